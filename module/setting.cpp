@@ -1,0 +1,234 @@
+// The module frame: the API table, the entry functions and the parameter check table.
+//
+// To add an API:
+//  1. Write module/handler/<name>_handler.{h,cpp}: a QRIXDL::HandlerBase with public operations
+//     that end with ReportError().
+//  2. Add one QRIXDL_ENTRY line per method below, and the rows to gTable, keeping rows of one
+//     API together in the fixed order.
+//  3. The check table already lists every method: check its parameter rules here.
+//  4. Add the API to module/haulport_setting.policy.json if ordinary users may call it.
+//  5. Tests: tests/unit/module/handler/<name>_handler_test.cpp and an API test over HTTP.
+#include "module/setting.h"
+
+#include <iterator>
+
+#include "module/common/param_check.h"
+#include "module/handler/ftp_http_handler.h"
+
+using QRIX::APIRequest;
+using QRIX::APIResponse;
+using QRIXDL::Condition;
+using QRIXDL::ParamRule;
+using QRIXDL::ParamType;
+
+// An entry function builds the row's handler on the stack, calls one operation and lets the
+// handler go; exceptions pass on to the host untouched.
+#define QRIXDL_ENTRY(func, Handler, operation)                                 \
+  extern "C" QRIX_EXPORT void func(APIRequest* request, APIResponse* response) { \
+    Handler handler(request, response);                                        \
+    handler.operation();                                                       \
+  }
+
+QRIXDL_ENTRY(GetFtpHttpSetting, FtpHttpHandler, Get)
+QRIXDL_ENTRY(SetFtpHttpSetting, FtpHttpHandler, Set)
+
+#define QRIXDL_API(name) "QRIX.Haulport2.Setting." name
+
+extern "C" {
+
+QRIX::APITableEntry gTable[] = {
+    {QRIXDL_API("FtpHttp"), 1, "get", GetFtpHttpSetting},
+    {QRIXDL_API("FtpHttp"), 1, "set", SetFtpHttpSetting},
+    {nullptr, 0, nullptr, nullptr},
+};
+
+// Seven days of 24 hours, every hour on.
+const char* const gDefaultSchedule =
+    "111111111111111111111111111111111111111111111111111111111111111111111111111111111111"
+    "111111111111111111111111111111111111111111111111111111111111111111111111111111111111";
+
+const QRIX::APITableEntry* GetAPITable() { return gTable; }
+
+}  // extern "C"
+
+namespace {
+
+constexpr auto kReq = APIRequest::PARAM_REQUIRED;
+constexpr auto kOpt = APIRequest::PARAM_OPTIONAL;
+
+constexpr ParamRule Str(const char* name, APIRequest::PARAM_NECESSITY n = kOpt) {
+  return {name, ParamType::kString, n};
+}
+constexpr ParamRule Int(const char* name) { return {name, ParamType::kInt, kOpt}; }
+constexpr ParamRule Bool(const char* name) { return {name, ParamType::kBool, kOpt}; }
+constexpr ParamRule Port(const char* name) {
+  return {name, ParamType::kInt, kOpt, Condition::kRange, 1, 65535};
+}
+constexpr ParamRule Range(const char* name, int min, int max) {
+  return {name, ParamType::kInt, kOpt, Condition::kRange, min, max};
+}
+constexpr ParamRule OneOf(const char* name, const char* json_list) {
+  return {name, ParamType::kString, kOpt, Condition::kOneOf, 0, 0, json_list};
+}
+constexpr ParamRule Strings(const char* name, APIRequest::PARAM_NECESSITY n) {
+  return {name, ParamType::kArray, n, Condition::kStringElements};
+}
+
+// Parameters of each method in fetch order; conditions are tested in the same order.
+constexpr ParamRule kSetEmuleLocation[] = {Str("default_destination")};
+constexpr ParamRule kSetScheduler[] = {
+    Str("schedule"), Bool("enable_schedule"), Int("download_rate"),
+    Int("upload_rate"), Str("order"), Int("max_tasks"),
+};
+constexpr ParamRule kSetLocation[] = {
+    Bool("enable_delete_torrent_nzb_watch"),
+    Str("default_destination"),
+    Bool("enable_torrent_nzb_watch"),
+    Str("torrent_nzb_watch_folder"),
+};
+constexpr ParamRule kSetFtpHttp[] = {
+    Range("ftp_max_conn", 1, 65535),
+    Bool("enable_ftp_max_conn"),
+    Int("ftp_http_max_download_rate"),
+};
+constexpr ParamRule kSetBt[] = {
+    Bool("enable_preview"),
+    Bool("enable_port_forwarding"),
+    Port("tcp_port"),
+    Int("max_upload_rate"),
+    Int("max_download_rate"),
+    OneOf("encrypt", R"(["auto", "always", "disable"])"),
+    Range("max_peer", 5, 10000),
+    Bool("enable_dht"),
+    Port("dht_port"),
+    Int("seeding_ratio"),
+    Int("seeding_interval"),
+    Bool("enable_seeding_auto_remove"),
+};
+constexpr ParamRule kSetEmule[] = {
+    Strings("share_folders", kOpt),
+    Str("schedule"),
+    Bool("enable_server_update"),
+    Bool("enable_server_auto_connect"),
+    Bool("enable_schedule"),
+    Bool("enable_outgoing_obfuscation"),
+    Bool("enable_obfuscation_only"),
+    Bool("enable_obfuscation"),
+    Int("upload_rate"),
+    Port("udp_port"),
+    Port("tcp_port"),
+    OneOf("port_type", R"(["default_port", "manual_port"])"),
+    Range("max_conn", 100, 500),
+    Int("download_rate"),
+    Int("schedule_upload_rate"),
+    Int("schedule_download_rate"),
+};
+constexpr ParamRule kSetGlobal[] = {
+    Str("xunlei_password"), Str("xunlei_username"), Bool("enable_unzip_service"),
+    Bool("enable_xunlei"),  Bool("enable_emule"),   Str("download_volume"),
+};
+constexpr ParamRule kSetBtSearchAccount[] = {
+    Str("plugin_name", kReq), Str("username", kReq), Str("password", kReq)};
+constexpr ParamRule kGetBtSearchAccount[] = {Str("plugin_name", kReq)};
+// Verifying may go without a password, unlike setting: intended.
+constexpr ParamRule kVerifyBtSearchAccount[] = {
+    Str("plugin_name", kReq), Str("username", kReq), Str("password", kOpt)};
+constexpr ParamRule kCreateBtSearch[] = {Str("btsearch_plugin", kReq)};
+constexpr ParamRule kPluginNames[] = {Strings("plugin_names", kReq)};
+constexpr ParamRule kSetRss[] = {Range("update_interval", 1, 1440)};
+constexpr ParamRule kSetNzb[] = {
+    Str("username"),
+    Str("server"),
+    Port("port"),
+    Str("password"),
+    Int("max_download_rate"),
+    Bool("enable_remove_parfiles"),
+    Bool("enable_parchive"),
+    Bool("enable_encryption"),
+    Bool("enable_auth"),
+    Int("conn_per_download"),
+};
+
+bool CheckSetEmuleLocation(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kSetEmuleLocation);
+}
+bool CheckSetSchedulerSetting(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kSetScheduler);
+}
+bool CheckSetLocationSetting(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kSetLocation);
+}
+bool CheckSetFtpHttpSetting(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kSetFtpHttp);
+}
+bool CheckSetBTSetting(APIRequest* q, APIResponse* r) { return QRIXDL::CheckParams(q, r, kSetBt); }
+bool CheckSetEmuleSetting(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kSetEmule);
+}
+bool CheckSetGlobalSetting(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kSetGlobal);
+}
+bool CheckSetBTSearchAccount(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kSetBtSearchAccount);
+}
+bool CheckGetBTSearchAccount(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kGetBtSearchAccount);
+}
+bool CheckVerifyBTSearchAccount(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kVerifyBtSearchAccount);
+}
+bool CheckCreateBTSearch(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kCreateBtSearch);
+}
+bool CheckUpdateBTSearch(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kPluginNames);
+}
+bool CheckDeleteBTSearch(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kPluginNames);
+}
+bool CheckSetRssSetting(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kSetRss);
+}
+bool CheckSetNzbSetting(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kSetNzb);
+}
+bool CheckNoParams(APIRequest*, APIResponse*) { return true; }
+
+#define QRIXDL_CHECK(api, method, func) {QRIXDL_API(api), 1, method, func, 0, 0}
+
+// Order fixed by the host contract; it differs from the API table's on purpose.
+const QRIX::APICheckTableEntry kCheckTable[] = {
+    QRIXDL_CHECK("Emule.Location", "set", CheckSetEmuleLocation),
+    QRIXDL_CHECK("Emule.Location", "get", CheckNoParams),
+    QRIXDL_CHECK("Scheduler", "set", CheckSetSchedulerSetting),
+    QRIXDL_CHECK("Scheduler", "get", CheckNoParams),
+    QRIXDL_CHECK("Location", "set", CheckSetLocationSetting),
+    QRIXDL_CHECK("Location", "get", CheckNoParams),
+    QRIXDL_CHECK("FtpHttp", "set", CheckSetFtpHttpSetting),
+    QRIXDL_CHECK("FtpHttp", "get", CheckNoParams),
+    QRIXDL_CHECK("BT", "set", CheckSetBTSetting),
+    QRIXDL_CHECK("BT", "get", CheckNoParams),
+    QRIXDL_CHECK("Emule", "set", CheckSetEmuleSetting),
+    QRIXDL_CHECK("Emule", "get", CheckNoParams),
+    QRIXDL_CHECK("Global", "read_progress", CheckNoParams),
+    QRIXDL_CHECK("Global", "set", CheckSetGlobalSetting),
+    QRIXDL_CHECK("Global", "get", CheckNoParams),
+    QRIXDL_CHECK("BTSearch", "set", CheckSetBTSearchAccount),
+    QRIXDL_CHECK("BTSearch", "get", CheckGetBTSearchAccount),
+    QRIXDL_CHECK("BTSearch", "verify", CheckVerifyBTSearchAccount),
+    QRIXDL_CHECK("BTSearch", "create", CheckCreateBTSearch),
+    QRIXDL_CHECK("BTSearch", "list", CheckNoParams),
+    QRIXDL_CHECK("BTSearch", "update", CheckUpdateBTSearch),
+    QRIXDL_CHECK("BTSearch", "update_check", CheckNoParams),
+    QRIXDL_CHECK("BTSearch", "delete", CheckDeleteBTSearch),
+    QRIXDL_CHECK("Rss", "set", CheckSetRssSetting),
+    QRIXDL_CHECK("Rss", "get", CheckNoParams),
+    QRIXDL_CHECK("Nzb", "set", CheckSetNzbSetting),
+    QRIXDL_CHECK("Nzb", "get", CheckNoParams),
+    {nullptr, 0, nullptr, nullptr, 0, 0},
+};
+static_assert(std::size(kCheckTable) == 28);
+
+}  // namespace
+
+extern "C" const QRIX::APICheckTableEntry* GetAPICheckTable() { return kCheckTable; }

@@ -1,0 +1,118 @@
+#include "platform/vlibc/kv_text.h"
+
+namespace qrix::kv {
+namespace {
+
+constexpr std::string_view kBlanks = " \t";
+
+std::string_view Trim(std::string_view s) {
+  const size_t first = s.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) {
+    return {};
+  }
+  const size_t last = s.find_last_not_of(kBlanks);
+  return s.substr(first, last - first + 1);
+}
+
+}  // namespace
+
+std::string_view ParseLine(std::string_view line, std::string_view* value) {
+  if (!line.empty() && line.back() == '\r') {
+    line.remove_suffix(1);
+  }
+  const std::string_view body = Trim(line);
+  if (body.empty() || body[0] == '#' || body[0] == ';' || body[0] == '[') {
+    return {};
+  }
+  const size_t eq = body.find('=');
+  if (eq == std::string_view::npos) {
+    return {};
+  }
+  const std::string_view key = Trim(body.substr(0, eq));
+  std::string_view rest = Trim(body.substr(eq + 1));
+  if (rest.size() >= 2 && rest.front() == '"' && rest.back() == '"') {
+    rest = rest.substr(1, rest.size() - 2);
+  }
+  *value = rest;
+  return key;
+}
+
+std::unordered_map<std::string, std::string> ParseAll(std::string_view text) {
+  std::unordered_map<std::string, std::string> values;
+  while (!text.empty()) {
+    const size_t nl = text.find('\n');
+    const std::string_view line = text.substr(0, nl);
+    text = nl == std::string_view::npos ? std::string_view() : text.substr(nl + 1);
+    std::string_view value;
+    const std::string_view key = ParseLine(line, &value);
+    if (!key.empty()) {
+      values.emplace(key, value);  // the first line of a key wins
+    }
+  }
+  return values;
+}
+
+void ReplaceKey(std::string* text, std::string_view key, std::string_view line) {
+  std::string out;
+  out.reserve(text->size() + line.size() + 2);
+  bool replaced = false;
+  std::string_view rest(*text);
+  while (!rest.empty()) {
+    const size_t nl = rest.find('\n');
+    const std::string_view current = rest.substr(0, nl);
+    rest = nl == std::string_view::npos ? std::string_view() : rest.substr(nl + 1);
+    std::string_view value;
+    if (ParseLine(current, &value) == key) {
+      if (replaced) {
+        continue;  // a later duplicate would only shadow nothing and confuse readers
+      }
+      out.append(line);
+      replaced = true;
+    } else {
+      out.append(current);
+    }
+    out.push_back('\n');
+  }
+  if (!replaced) {
+    out.append(line);
+    out.push_back('\n');
+  }
+  text->swap(out);
+}
+
+bool RenderLine(const char* format, std::string_view key, std::string_view value,
+                std::string* line) {
+  if (format == nullptr) {
+    format = "%s=\"%s\"\n";
+  }
+  line->clear();
+  int used = 0;
+  for (const char* p = format; *p != '\0'; ++p) {
+    if (*p != '%') {
+      if (*p != '\n' && *p != '\r') {  // the file supplies its own line breaks
+        line->push_back(*p);
+      }
+      continue;
+    }
+    ++p;
+    if (*p == '%') {
+      line->push_back('%');
+    } else if (*p == 's' && used < 2) {
+      line->append(used++ == 0 ? key : value);
+    } else {
+      return false;
+    }
+  }
+  return used == 2;
+}
+
+bool IsStorableValue(std::string_view value) {
+  return value.find_first_of(std::string_view("\n\r\0", 3)) == std::string_view::npos;
+}
+
+bool IsStorableKey(std::string_view key) {
+  return !key.empty() &&
+         key.find_first_of(std::string_view("\n\r\0\"= \t#;[", 11)) == std::string_view::npos;
+}
+
+}  // namespace qrix::kv

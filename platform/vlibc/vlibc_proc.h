@@ -1,0 +1,20 @@
+/* Signalling processes of other programs through their pid files. */
+#ifndef QRIX_PLATFORM_VLIBC_VLIBC_PROC_H_
+#define QRIX_PLATFORM_VLIBC_VLIBC_PROC_H_
+
+#include "platform/qrix_export.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Sends `sig` to the process named in `pid_file`. The file must hold one decimal pid above 1
+ * (blanks and a newline around it are fine) of a live process that is not a zombie.
+ * Returns 0, or -1 with the error state set (ERR_PIDFILE, ERR_NO_SUCH_PROCESS). */
+QRIX_EXPORT int VLIBCProcSignalByPidFile(const char* pid_file, int sig);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QRIX_PLATFORM_VLIBC_VLIBC_PROC_H_ */
