@@ -1,0 +1,39 @@
+// Runs the fake scheduler daemon for a test and reads what it counted.
+#ifndef HAULPORT_TESTS_SUPPORT_FAKE_SCHEDULER_H_
+#define HAULPORT_TESTS_SUPPORT_FAKE_SCHEDULER_H_
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace qrix::test {
+
+class FakeScheduler {
+ public:
+  struct Counts {
+    int hup = 0;
+    int cont = 0;
+    int usr2 = 0;
+    bool operator==(const Counts&) const = default;
+  };
+
+  // Starts the daemon and waits until its pid file is there.
+  FakeScheduler();
+  FakeScheduler(const FakeScheduler&) = delete;
+  FakeScheduler& operator=(const FakeScheduler&) = delete;
+  // Stops it (SIGTERM) and waits for it.
+  ~FakeScheduler();
+
+  pid_t Pid() const { return pid_; }
+  Counts Read() const;
+  // Waits up to `ms` for counts equal to `want`; returns the last ones read.
+  Counts WaitFor(const Counts& want, int ms = 3000) const;
+
+ private:
+  pid_t pid_ = -1;
+  std::string counts_path_;
+};
+
+}  // namespace qrix::test
+
+#endif  // HAULPORT_TESTS_SUPPORT_FAKE_SCHEDULER_H_

@@ -1,0 +1,38 @@
+// Captures the syslog lines of the test process by owning the sandbox's /dev/log.
+#ifndef HAULPORT_TESTS_SUPPORT_SYSLOG_CAPTURE_H_
+#define HAULPORT_TESTS_SUPPORT_SYSLOG_CAPTURE_H_
+
+#include <string>
+#include <vector>
+
+namespace qrix::test {
+
+struct LogLine {
+  int priority;  // facility | severity, as sent
+  std::string message;  // the text after the tag
+};
+
+class SyslogCapture {
+ public:
+  // Binds /dev/log (the sandbox gives each test a private /dev). One per process.
+  static SyslogCapture& Get();
+
+  // Forgets every line received so far.
+  void Clear();
+  // Every line received since the last Clear().
+  std::vector<LogLine> Lines();
+  // True when some line's message contains `text`.
+  bool Contains(const std::string& text);
+  // How many lines contain `text`.
+  int Count(const std::string& text);
+
+ private:
+  SyslogCapture();
+  void Drain();
+  int fd_ = -1;
+  std::vector<LogLine> lines_;
+};
+
+}  // namespace qrix::test
+
+#endif  // HAULPORT_TESTS_SUPPORT_SYSLOG_CAPTURE_H_
