@@ -234,7 +234,10 @@ int VLIBCFileSetKeyValueN(const char* file, const char* key, const char* value, 
   const std::string path(file);
   if (qrix::kv::StagingActive()) {
     // Fail now, not at unlock, when the file could not be published at all.
-    if (::access(qrix::kv::DirOf(path).c_str(), W_OK) != 0) {
+    struct stat dir {};
+    const std::string dir_path = qrix::kv::DirOf(path);
+    if (::stat(dir_path.c_str(), &dir) != 0 || !S_ISDIR(dir.st_mode) ||
+        ::access(dir_path.c_str(), W_OK) != 0) {
       VLIBCErrSet(ERR_FILE_OPEN);
       return -1;
     }

@@ -1,0 +1,169 @@
+// The commit queue on the real settings file, and the mail switch.
+#include "module/common/api_utils.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "module/dlcommon/download_info.h"
+#include "platform/dlbase/handler_base.h"
+#include "platform/vlibc/vlibc_file.h"
+#include "platform/webapi/api_validator.h"
+#include "tests/support/files.h"
+#include "tests/support/syslog_capture.h"
+
+namespace {
+
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+QRIX::APIRequest Request(const char* params) {
+  return QRIX::APIRequest("api", 1, "set", QRIX::WebAPIUtil::ParseJson(params));
+}
+
+// What a queue stages, read back through a flush into an empty file, in file order.
+Pairs Staged(QRIXDL::CommitQueue& queue) {
+  qrix::test::WriteSettings("");
+  EXPECT_TRUE(queue.Flush());
+  Pairs pairs;
+  const std::string text = qrix::test::ReadText(qrix::test::kSettingsConf);
+  size_t pos = 0;
+  while (pos < text.size()) {
+    const size_t nl = text.find('\n', pos);
+    const std::string line = text.substr(pos, nl - pos);
+    const size_t eq = line.find('=');
+    pairs.emplace_back(line.substr(0, eq), line.substr(eq + 2, line.size() - eq - 3));
+    pos = nl + 1;
+  }
+  return pairs;
+}
+
+class CommitQueueTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    QRIXDLErrSet(0);
+    qrix::test::SyslogCapture::Get().Clear();
+  }
+};
+
+TEST_F(CommitQueueTest, StagesValuesAsTheirText) {
+  QRIX::APIRequest request = Request(
+      R"({"s": "a \"q\" b", "n": -12, "e": "", "t": true, "f": false, "x": 1e3, "big": 4294967296})");
+  QRIXDL::CommitQueue queue(&request);
+  queue.Add("k_int", -5);
+  queue.Add("k_zero", 0);
+  queue.Add("k_str", std::string("plain"));
+  EXPECT_TRUE(queue.CheckAndAdd("s", "k_s"));
+  EXPECT_TRUE(queue.CheckAndAdd("n", "k_n"));
+  EXPECT_TRUE(queue.CheckAndAdd("e", "k_e"));
+  EXPECT_TRUE(queue.CheckAndAdd("x", "k_x"));
+  EXPECT_TRUE(queue.CheckAndAdd("big", "k_big"));
+  EXPECT_FALSE(queue.CheckAndAdd("absent", "k_absent"));
+  EXPECT_TRUE(queue.CheckAndAddBool("t", "k_t_yes", QRIXDL::CommitQueue::YesOrNoVal));
+  EXPECT_TRUE(queue.CheckAndAddBool("f", "k_f_yes", QRIXDL::CommitQueue::YesOrNoVal));
+  EXPECT_TRUE(queue.CheckAndAddBool("t", "k_t_bit", nullptr));
+  EXPECT_TRUE(queue.CheckAndAddBool("f", "k_f_bit", nullptr));
+  EXPECT_FALSE(queue.CheckAndAddBool("absent", "k_b_absent", nullptr));
+  EXPECT_EQ(queue.Size(), 12u);
+  const Pairs want = {{"k_int", "-5"},      {"k_zero", "0"},         {"k_str", "plain"},
+                      {"k_s", "a \"q\" b"}, {"k_n", "-12"},          {"k_e", ""},
+                      {"k_x", "1000"},      {"k_big", "4294967296"}, {"k_t_yes", "yes"},
+                      {"k_f_yes", "no"},    {"k_t_bit", "1"},        {"k_f_bit", "0"}};
+  // k_e="" reads back as an empty value line.
+  EXPECT_EQ(Staged(queue), want);
+}
+
+TEST_F(CommitQueueTest, DuplicatesAreWrittenInOrderSoTheLastWins) {
+  QRIX::APIRequest request = Request("{}");
+  QRIXDL::CommitQueue queue(&request);
+  queue.Add("k", 1);
+  queue.Add("k", 2);
+  EXPECT_EQ(Staged(queue), (Pairs{{"k", "2"}}));
+}
+
+TEST_F(CommitQueueTest, AnEmptyQueueSucceeds) {
+  QRIX::APIRequest request = Request("{}");
+  QRIXDL::CommitQueue queue(&request);
+  EXPECT_TRUE(queue.Empty());
+  qrix::test::WriteSettings("a=\"1\"\n");
+  EXPECT_TRUE(queue.Flush());
+  EXPECT_EQ(qrix::test::ReadText(qrix::test::kSettingsConf), "a=\"1\"\n");
+  EXPECT_EQ(QRIXDLErrGet(), 0);
+}
+
+TEST_F(CommitQueueTest, AFailedWriteKeepsTheEarlierOnesAndRecords505) {
+  qrix::test::WriteSettings("k3=\"old\"\n");
+  QRIX::APIRequest request = Request("{}");
+  QRIXDL::CommitQueue queue(&request);
+  queue.Add("k1", 1);
+  queue.Add("k2", 2);
+  queue.Add("k3", std::string("evil\ndownload_x=\"injected\""));
+  queue.Add("k4", 4);
+  queue.Add("k5", 5);
+  EXPECT_FALSE(queue.Flush());
+  EXPECT_EQ(QRIXDLErrGet(), 505);
+  EXPECT_EQ(qrix::test::ReadText(qrix::test::kSettingsConf),
+            "k3=\"old\"\nk1=\"1\"\nk2=\"2\"\n");
+  EXPECT_TRUE(qrix::test::SyslogCapture::Get().Contains(
+      "common/api_utils:79 Write setting error. k=k3 v=evil"));
+  EXPECT_TRUE(qrix::test::SyslogCapture::Get().Contains("[0x0B01 kv_file.cpp:"));
+  // The queue is kept: after the bad pair is gone a new queue writes the rest.
+  EXPECT_EQ(queue.Size(), 5u);
+}
+
+TEST_F(CommitQueueTest, ANulInAValueIsRefusedNotCut) {
+  QRIX::APIRequest request = Request("{}");
+  QRIXDL::CommitQueue queue(&request);
+  queue.Add("k", std::string("ab\0cd", 5));
+  qrix::test::WriteSettings("");
+  EXPECT_FALSE(queue.Flush());
+  EXPECT_EQ(QRIXDLErrGet(), 505);
+  EXPECT_EQ(qrix::test::ReadText(qrix::test::kSettingsConf), "");
+}
+
+TEST_F(CommitQueueTest, ALockThatCannotBeTakenWritesNothingAndSucceeds) {
+  qrix::test::WriteSettings("k=\"old\"\n");
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  const pid_t holder = fork();
+  if (holder == 0) {
+    const char c = VLIBCFileLock(QRIXDL_SETTINGS_LOCK, 5) == 0 ? 'y' : 'n';
+    (void)!write(fds[1], &c, 1);
+    pause();
+    _exit(0);
+  }
+  char c = 0;
+  ASSERT_EQ(read(fds[0], &c, 1), 1);
+  ASSERT_EQ(c, 'y');
+  QRIX::APIRequest request = Request("{}");
+  QRIXDL::CommitQueue queue(&request);
+  queue.Add("k", std::string("new"));
+  EXPECT_TRUE(queue.Flush());  // after the lock's five-second wait
+  EXPECT_EQ(QRIXDLErrGet(), 0);
+  EXPECT_EQ(qrix::test::ReadText(qrix::test::kSettingsConf), "k=\"old\"\n");
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+}
+
+TEST(IsEmailOKTest, FollowsTheMailSwitch) {
+  struct Case {
+    const char* conf;  // nullptr: no mail settings
+    bool want;
+  } const cases[] = {
+      {nullptr, false},
+      {"enable=\"yes\"\nsmtp_server=\"mail.example.org\"\n", true},
+      {"enable=\"no\"\n", false},
+      {"enable=\"YES\"\n", false},
+      {"smtp_server=\"mail.example.org\"\n", false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.conf != nullptr ? c.conf : "none");
+    qrix::test::Remove("/var/qrix/etc/mail.conf");
+    if (c.conf != nullptr) {
+      qrix::test::WriteText("/var/qrix/etc/mail.conf", c.conf);
+    }
+    EXPECT_EQ(QRIXDL::IsEmailOK(), c.want);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,263 @@
+// Key/value files on real files in the sandbox: the line format, atomic publishing, the cache
+// that must always see the file as it is on disk, and batching under the file lock.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "platform/vlibc/vlibc_error.h"
+#include "platform/vlibc/vlibc_file.h"
+#include "tests/support/files.h"
+
+namespace {
+
+using qrix::test::ReadText;
+using qrix::test::WriteText;
+
+constexpr const char* kFile = "/tmp/kv/test.conf";
+constexpr int kLock = 0x806;
+constexpr int kUnlock = 0x800;
+
+struct Read {
+  int rc;
+  std::string value;
+};
+
+Read Get(const char* key, int size = 128) {
+  std::string buf(static_cast<size_t>(size), 'X');
+  const int rc = VLIBCFileGetKeyValue(kFile, key, buf.data(), size, 0);
+  return {rc, rc >= 0 ? std::string(buf.c_str()) : ""};
+}
+
+class KvFileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::remove_all("/tmp/kv");
+    std::filesystem::create_directories("/tmp/kv");
+  }
+};
+
+struct ParseCase {
+  const char* name;
+  const char* text;  // nullptr: no file at all
+  const char* key;
+  int size;
+  int rc;
+  const char* value;
+};
+
+TEST_F(KvFileTest, ReadsTheLineFormat) {
+  const ParseCase cases[] = {
+      {"missing file", nullptr, "k", 64, 0, ""},
+      {"plain", "k=\"v\"\n", "k", 64, 1, "v"},
+      {"no final newline", "a=\"1\"\nk=\"v\"", "k", 64, 1, "v"},
+      {"missing key", "a=\"1\"\n", "k", 64, 0, ""},
+      {"first of duplicates", "k=\"one\"\nk=\"two\"\n", "k", 64, 3, "one"},
+      {"unquoted", "k=v w\n", "k", 64, 3, "v w"},
+      {"inner quotes", "k=\"a\"b\"\n", "k", 64, 3, "a\"b"},
+      {"blanks around", "  k =  \"v\"  \n", "k", 64, 1, "v"},
+      {"blanks inside quotes kept", "k=\" v \"\n", "k", 64, 3, " v "},
+      {"crlf", "k=\"v\"\r\n", "k", 64, 1, "v"},
+      {"empty value", "k=\"\"\n", "k", 64, 0, ""},
+      {"comment", "#k=\"v\"\n", "k", 64, 0, ""},
+      {"section header ignored", "[k]\nk=\"v\"\n", "k", 64, 1, "v"},
+      {"no equals sign", "k\n", "k", 64, 0, ""},
+      {"prefix is not the key", "kk=\"v\"\n", "k", 64, 0, ""},
+      {"cut to the buffer", "k=\"abcdefgh\"\n", "k", 4, 3, "abc"},
+      {"buffer of one", "k=\"abc\"\n", "k", 1, 0, ""},
+  };
+  for (const ParseCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    qrix::test::Remove(kFile);
+    if (c.text != nullptr) {
+      WriteText(kFile, c.text);
+    }
+    const Read r = Get(c.key, c.size);
+    EXPECT_EQ(r.rc, c.rc);
+    EXPECT_EQ(r.value, c.value);
+  }
+}
+
+TEST_F(KvFileTest, RefusesBadArguments) {
+  char buf[8];
+  EXPECT_EQ(VLIBCFileGetKeyValue(nullptr, "k", buf, 8, 0), -1);
+  EXPECT_EQ(VLIBCFileGetKeyValue(kFile, "k", buf, 0, 0), -1);
+  EXPECT_EQ(VLIBCErrGet(), ERR_BAD_PARAMETERS);
+  std::filesystem::create_directories(kFile);  // a directory where the file should be
+  EXPECT_EQ(VLIBCFileGetKeyValue(kFile, "k", buf, 8, 0), -1);
+}
+
+TEST_F(KvFileTest, WritesReplaceAppendAndKeepTheRest) {
+  WriteText(kFile, "# head\na=\"1\"\nk=\"old\"\nb=\"2\"\nk=\"dup\"\n");
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "k", "new", nullptr), 0);
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "c", "q\"uo\"te", nullptr), 0);
+  EXPECT_EQ(ReadText(kFile), "# head\na=\"1\"\nk=\"new\"\nb=\"2\"\nc=\"q\"uo\"te\"\n");
+  EXPECT_EQ(Get("c").value, "q\"uo\"te");
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "e", "", nullptr), 0);
+  EXPECT_EQ(Get("e").rc, 0);
+}
+
+TEST_F(KvFileTest, LineFormats) {
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "k", "v", "%s=\"%s\"\n"), 0);
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "p", "5", "%s=%s%%\n"), 0);
+  EXPECT_EQ(ReadText(kFile), "k=\"v\"\np=5%\n");
+  for (const char* bad : {"%s", "%s=%d", "%s=%s=%s", "%n%s%s"}) {
+    SCOPED_TRACE(bad);
+    EXPECT_EQ(VLIBCFileSetKeyValue(kFile, "k", "x", bad), -1);
+  }
+  EXPECT_EQ(Get("k").value, "v");
+}
+
+TEST_F(KvFileTest, RefusesValuesAndKeysThatWouldBreakTheFormat) {
+  WriteText(kFile, "k=\"keep\"\n");
+  const std::string with_nul("a\0b", 3);
+  struct Case {
+    const char* key;
+    std::string value;
+  } const cases[] = {
+      {"k", "line\nother=\"x\""}, {"k", "cr\rhere"}, {"k", with_nul},
+      {"", "v"},                  {"a=b", "v"},      {"a\nb", "v"},
+      {"\"k\"", "v"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.key);
+    EXPECT_EQ(VLIBCFileSetKeyValueN(kFile, c.key, c.value.data(), c.value.size(), nullptr), -1);
+    EXPECT_EQ(VLIBCErrGet(), ERR_FILE_BAD_VALUE);
+  }
+  EXPECT_EQ(ReadText(kFile), "k=\"keep\"\n");
+}
+
+TEST_F(KvFileTest, KeepsOwnerAndModeAndMakesNewFiles0644) {
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "k", "v", nullptr), 0);
+  struct stat st {};
+  ASSERT_EQ(stat(kFile, &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0644u);
+  ASSERT_EQ(chmod(kFile, 0600), 0);
+  ASSERT_EQ(chown(kFile, 1234, 5678), 0);
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "k", "w", nullptr), 0);
+  ASSERT_EQ(stat(kFile, &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0600u);
+  EXPECT_EQ(st.st_uid, 1234u);
+  EXPECT_EQ(st.st_gid, 5678u);
+}
+
+TEST_F(KvFileTest, FailsWhenTheDirectoryIsMissing) {
+  EXPECT_EQ(VLIBCFileSetKeyValue("/tmp/kv/none/x.conf", "k", "v", nullptr), -1);
+}
+
+TEST_F(KvFileTest, RemovesTemporariesAKilledWriterLeft) {
+  WriteText("/tmp/kv/.test.conf.tmp.AbC123", "half");
+  WriteText("/tmp/kv/.other.conf.tmp.AbC123", "not ours");
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "k", "v", nullptr), 0);
+  EXPECT_FALSE(std::filesystem::exists("/tmp/kv/.test.conf.tmp.AbC123"));
+  EXPECT_TRUE(std::filesystem::exists("/tmp/kv/.other.conf.tmp.AbC123"));
+}
+
+// The cache must never hide a change made by someone else, however it was made.
+TEST_F(KvFileTest, ReadsSeeEveryChangeOnDisk) {
+  WriteText(kFile, "k=\"aaaa\"\n");
+  ASSERT_EQ(Get("k").value, "aaaa");
+  WriteText(kFile, "k=\"bbbb\"\n");  // same size, rewritten in place
+  EXPECT_EQ(Get("k").value, "bbbb");
+  WriteText("/tmp/kv/other", "k=\"cccc\"\n");
+  std::filesystem::rename("/tmp/kv/other", kFile);  // replaced by rename
+  EXPECT_EQ(Get("k").value, "cccc");
+  qrix::test::Remove(kFile);
+  EXPECT_EQ(Get("k").rc, 0);
+  WriteText(kFile, "k=\"dddd\"\n");
+  EXPECT_EQ(Get("k").value, "dddd");
+}
+
+TEST_F(KvFileTest, LockedWritesArePublishedOnceAtUnlock) {
+  WriteText(kFile, "a=\"0\"\n");
+  ASSERT_EQ(VLIBCFileLock(kLock, 5), 0);
+  ASSERT_EQ(VLIBCFileLock(kLock, 5), 0);  // nested in the same process
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "a", "1", nullptr), 0);
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "b", "2", nullptr), 0);
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "a", "3", nullptr), 0);
+  EXPECT_EQ(Get("a").value, "3");  // this process reads its own writes
+  EXPECT_EQ(ReadText(kFile), "a=\"0\"\n");
+  ASSERT_EQ(VLIBCFileUnlock(kUnlock), 0);
+  EXPECT_EQ(ReadText(kFile), "a=\"0\"\n");  // still held once
+  ASSERT_EQ(VLIBCFileUnlock(kUnlock), 0);
+  EXPECT_EQ(ReadText(kFile), "a=\"3\"\nb=\"2\"\n");
+  EXPECT_EQ(VLIBCFileUnlock(kUnlock), -1);  // not held any more
+}
+
+TEST_F(KvFileTest, WritesBeforeAFailureStayWritten) {
+  ASSERT_EQ(VLIBCFileLock(kLock, 5), 0);
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "a", "1", nullptr), 0);
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "b", "bad\n", nullptr), -1);
+  ASSERT_EQ(VLIBCFileUnlock(kUnlock), 0);
+  EXPECT_EQ(ReadText(kFile), "a=\"1\"\n");
+}
+
+// Forks a child that holds the settings lock until the returned pid is killed.
+pid_t ChildHoldingTheLock() {
+  int fds[2];
+  EXPECT_EQ(pipe(fds), 0);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    close(fds[0]);
+    const char ok = VLIBCFileLock(kLock, 5) == 0 ? 'y' : 'n';
+    (void)!write(fds[1], &ok, 1);
+    pause();
+    _exit(0);
+  }
+  close(fds[1]);
+  char ok = 0;
+  EXPECT_EQ(read(fds[0], &ok, 1), 1);
+  EXPECT_EQ(ok, 'y');
+  close(fds[0]);
+  return pid;
+}
+
+TEST_F(KvFileTest, LockIsExclusiveAcrossProcessesAndDiesWithItsHolder) {
+  const pid_t holder = ChildHoldingTheLock();
+  EXPECT_EQ(VLIBCFileLock(kLock, 1), -1);
+  EXPECT_EQ(VLIBCErrGet(), ERR_LOCK_TIMEOUT);
+  EXPECT_EQ(VLIBCFileLock(0x802, 0), -1);  // a single try fails at once
+  EXPECT_EQ(VLIBCFileLock(0x906, 1), 0);   // another lock is free
+  EXPECT_EQ(VLIBCFileUnlock(0x900), 0);
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+  EXPECT_EQ(VLIBCFileLock(kLock, 1), 0);
+  EXPECT_EQ(VLIBCFileUnlock(kUnlock), 0);
+}
+
+// Writers of one file, each without the lock, must not lose each other's keys.
+TEST_F(KvFileTest, ConcurrentWritersLoseNoUpdate) {
+  constexpr int kWriters = 6;
+  constexpr int kKeys = 25;
+  std::vector<pid_t> pids;
+  for (int w = 0; w < kWriters; ++w) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      for (int k = 0; k < kKeys; ++k) {
+        const std::string key = "w" + std::to_string(w) + "_" + std::to_string(k);
+        if (VLIBCFileSetKeyValue(kFile, key.c_str(), key.c_str(), nullptr) != 0) {
+          _exit(1);
+        }
+      }
+      _exit(0);
+    }
+    pids.push_back(pid);
+  }
+  for (pid_t pid : pids) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  const auto parsed = qrix::test::ParseKvStrict(ReadText(kFile));
+  ASSERT_TRUE(parsed.ok) << parsed.bad_line;
+  EXPECT_EQ(parsed.values.size(), static_cast<size_t>(kWriters * kKeys));
+  for (const auto& [key, value] : parsed.values) {
+    EXPECT_EQ(key, value);
+  }
+}
+
+}  // namespace
