@@ -1,7 +1,6 @@
-// Key/value files. Reads are served from a per-process parse of each file that is revalidated
-// with one stat() per call, so every read sees the file as it is on disk at a fraction of the
-// cost of reopening it. Writes rewrite the whole file atomically under a lock on its directory,
-// so writers of one file never lose each other's keys.
+// Key/value files. Reads go through the per-process parse cache (kv_cache.h). Writes rewrite
+// the whole file atomically under a lock on its directory, so writers of one file never lose
+// each other's keys.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -18,6 +17,7 @@
 #include <vector>
 
 #include "platform/vlibc/atomic_file.h"
+#include "platform/vlibc/kv_cache.h"
 #include "platform/vlibc/kv_staging.h"
 #include "platform/vlibc/kv_text.h"
 #include "platform/vlibc/unique_fd.h"
@@ -26,28 +26,6 @@
 
 namespace qrix::kv {
 namespace {
-
-struct Identity {
-  dev_t dev = 0;
-  ino_t ino = 0;
-  off_t size = -1;
-  timespec mtime{};
-  timespec ctime{};
-
-  static Identity Of(const struct stat& st) {
-    return {st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
-  }
-  bool operator==(const Identity& o) const {
-    return dev == o.dev && ino == o.ino && size == o.size && mtime.tv_sec == o.mtime.tv_sec &&
-           mtime.tv_nsec == o.mtime.tv_nsec && ctime.tv_sec == o.ctime.tv_sec &&
-           ctime.tv_nsec == o.ctime.tv_nsec;
-  }
-};
-
-struct CachedFile {
-  Identity identity;
-  std::unordered_map<std::string, std::string> values;
-};
 
 struct StagedWrite {
   std::string key;
@@ -61,7 +39,6 @@ struct StagedFile {
 };
 
 std::mutex g_mutex;
-std::unordered_map<std::string, CachedFile> g_cache;
 std::vector<StagedFile> g_staged;  // few files, kept in first-write order
 
 std::string DirOf(const std::string& path) {
@@ -89,44 +66,8 @@ class DirectoryLock {
   UniqueFd fd_;
 };
 
-// Looks `key` up in the file as it is now. 1 found, 0 missing, -1 error (error state set).
-int LookUp(const std::string& path, const std::string& key, std::string* value) {
-  struct stat st {};
-  if (::stat(path.c_str(), &st) != 0) {
-    if (errno == ENOENT || errno == ENOTDIR) {
-      return 0;
-    }
-    VLIBCErrSet(ERR_FILE_OPEN);
-    return -1;
-  }
-  const std::lock_guard<std::mutex> guard(g_mutex);
-  CachedFile& cached = g_cache[path];
-  if (!(cached.identity == Identity::Of(st))) {
-    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat opened {};
-    std::string text;
-    if (!fd.Valid() || ::fstat(fd.Get(), &opened) != 0 || ReadFd(fd.Get(), &text) != 0) {
-      const bool gone = errno == ENOENT;
-      g_cache.erase(path);
-      if (gone) {
-        return 0;
-      }
-      VLIBCErrSet(ERR_FILE_READ);
-      return -1;
-    }
-    cached.identity = Identity::Of(opened);
-    cached.values = ParseAll(text);
-  }
-  const auto it = cached.values.find(key);
-  if (it == cached.values.end()) {
-    return 0;
-  }
-  *value = it->second;
-  return 1;
-}
-
 // A staged value of this process for `key`, newest first.
-const std::string* StagedValue(const std::string& path, const std::string& key) {
+const std::string* StagedValue(std::string_view path, std::string_view key) {
   for (const StagedFile& file : g_staged) {
     if (file.path != path) {
       continue;
@@ -192,27 +133,24 @@ int VLIBCFileGetKeyValue(const char* file, const char* key, char* buf, int size,
     return -1;
   }
   buf[0] = '\0';
-  const std::string path(file);
-  const std::string name(key);
-  std::string value;
-  bool staged = false;
+  // Copies `value` cut to the buffer; returns the length copied.
+  const auto copy_out = [buf, size](std::string_view value) {
+    const size_t n = std::min(value.size(), static_cast<size_t>(size) - 1);
+    std::memcpy(buf, value.data(), n);
+    buf[n] = '\0';
+    return static_cast<int>(n);
+  };
+  const std::string_view path(file);
+  const std::string_view name(key);
   {
     const std::lock_guard<std::mutex> guard(qrix::kv::g_mutex);
-    if (const std::string* staged_value = qrix::kv::StagedValue(path, name)) {
-      value = *staged_value;
-      staged = true;
+    if (const std::string* staged = qrix::kv::StagedValue(path, name)) {
+      return copy_out(*staged);
     }
   }
-  if (!staged) {
-    const int found = qrix::kv::LookUp(path, name, &value);
-    if (found <= 0) {
-      return found;
-    }
-  }
-  const size_t n = std::min(value.size(), static_cast<size_t>(size) - 1);
-  std::memcpy(buf, value.data(), n);
-  buf[n] = '\0';
-  return static_cast<int>(n);
+  thread_local std::string value;  // reused: reads are the hot path
+  const int found = qrix::kv::CachedLookUp(path, name, &value);
+  return found <= 0 ? found : copy_out(value);
 }
 
 int VLIBCFileSetKeyValueN(const char* file, const char* key, const char* value, size_t value_len,

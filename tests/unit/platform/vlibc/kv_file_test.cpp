@@ -172,6 +172,32 @@ TEST_F(KvFileTest, ReadsSeeEveryChangeOnDisk) {
   EXPECT_EQ(Get("k").value, "dddd");
 }
 
+// A forked child must not steal the change notices the parent relies on.
+TEST_F(KvFileTest, ReadsAfterAForkedChildChangedTheFile) {
+  WriteText(kFile, "k=\"parent\"\n");
+  ASSERT_EQ(Get("k").value, "parent");
+  const pid_t pid = fork();
+  if (pid == 0) {
+    const bool ok = Get("k").value == "parent" &&
+                    VLIBCFileSetKeyValue(kFile, "k", "child", nullptr) == 0 &&
+                    Get("k").value == "child";
+    _exit(ok ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_EQ(Get("k").value, "child");
+}
+
+TEST_F(KvFileTest, ReadsThroughASymbolicLinkSeeTheTarget) {
+  std::filesystem::create_directories("/tmp/kv/elsewhere");
+  WriteText("/tmp/kv/elsewhere/real.conf", "k=\"one\"\n");
+  std::filesystem::create_symlink("/tmp/kv/elsewhere/real.conf", kFile);
+  ASSERT_EQ(Get("k").value, "one");
+  WriteText("/tmp/kv/elsewhere/real.conf", "k=\"two\"\n");
+  EXPECT_EQ(Get("k").value, "two");
+}
+
 TEST_F(KvFileTest, LockedWritesArePublishedOnceAtUnlock) {
   WriteText(kFile, "a=\"0\"\n");
   ASSERT_EQ(VLIBCFileLock(kLock, 5), 0);
