@@ -3,7 +3,10 @@
 // shows up as a failure.
 #include "module/setting.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+
+#include <map>
 
 #include <set>
 #include <string>
@@ -79,6 +82,52 @@ TEST(SettingTest, ApiTableRowsFollowTheFixedOrderAndAreChecked) {
   }
   EXPECT_LE(rows, 27);
   EXPECT_GE(rows, 2);
+}
+
+// Each row's entry function is exported under its own plain name, and so are the tables.
+TEST(SettingTest, EntryFunctionsAreExportedUnderTheirNames) {
+  const std::map<std::pair<std::string, std::string>, std::string> names = {
+      {{"Global", "get"}, "GetGlobalSetting"},
+      {{"Global", "set"}, "SetGlobalSetting"},
+      {{"Global", "read_progress"}, "ReadVolumeMoveProgress"},
+      {{"BT", "get"}, "GetBTSetting"},
+      {{"BT", "set"}, "SetBTSetting"},
+      {{"BTSearch", "get"}, "GetBTSearchAccount"},
+      {{"BTSearch", "set"}, "SetBTSearchAccount"},
+      {{"BTSearch", "verify"}, "VerifyBTSearchAccount"},
+      {{"BTSearch", "list"}, "ListBTSearch"},
+      {{"BTSearch", "create"}, "CreateBTSearch"},
+      {{"BTSearch", "delete"}, "DeleteBTSearch"},
+      {{"BTSearch", "update_check"}, "BTSearchUpdateCheck"},
+      {{"BTSearch", "update"}, "UpdateBTSearch"},
+      {{"Emule", "get"}, "GetEmuleSetting"},
+      {{"Emule", "set"}, "SetEmuleSetting"},
+      {{"Emule.Location", "get"}, "GetEmuleLocation"},
+      {{"Emule.Location", "set"}, "SetEmuleLocation"},
+      {{"Rss", "get"}, "GetRssSetting"},
+      {{"Rss", "set"}, "SetRssSetting"},
+      {{"Nzb", "get"}, "GetNzbSetting"},
+      {{"Nzb", "set"}, "SetNzbSetting"},
+      {{"Scheduler", "get"}, "GetSchedulerSetting"},
+      {{"Scheduler", "set"}, "SetSchedulerSetting"},
+      {{"Location", "get"}, "GetLocationSetting"},
+      {{"Location", "set"}, "SetLocationSetting"},
+      {{"FtpHttp", "get"}, "GetFtpHttpSetting"},
+      {{"FtpHttp", "set"}, "SetFtpHttpSetting"},
+  };
+  for (const QRIX::APITableEntry* row = GetAPITable(); row->api != nullptr; ++row) {
+    const std::string api = std::string(row->api).substr(kPrefix.size());
+    SCOPED_TRACE(api + " " + row->method);
+    Dl_info info{};
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(row->entry), &info), 0);
+    ASSERT_NE(info.dli_sname, nullptr);
+    EXPECT_EQ(info.dli_saddr, reinterpret_cast<void*>(row->entry));
+    EXPECT_EQ(info.dli_sname, names.at({api, row->method}));
+  }
+  void* self = dlopen(nullptr, RTLD_NOW);
+  for (const char* symbol : {"GetAPITable", "GetAPICheckTable", "gTable", "gDefaultSchedule"}) {
+    EXPECT_NE(dlsym(self, symbol), nullptr) << symbol;
+  }
 }
 
 TEST(SettingTest, DefaultScheduleIsEveryHourOfTheWeek) {
