@@ -2,15 +2,12 @@
 #include "module/common/api_utils.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "module/dlcommon/download_info.h"
 #include "platform/dlbase/handler_base.h"
-#include "platform/vlibc/vlibc_file.h"
 #include "platform/webapi/api_validator.h"
 #include "tests/support/files.h"
+#include "tests/support/lock_holder.h"
 #include "tests/support/syslog_capture.h"
 
 namespace {
@@ -123,26 +120,14 @@ TEST_F(CommitQueueTest, ANulInAValueIsRefusedNotCut) {
 
 TEST_F(CommitQueueTest, ALockThatCannotBeTakenWritesNothingAndSucceeds) {
   qrix::test::WriteSettings("k=\"old\"\n");
-  int fds[2];
-  ASSERT_EQ(pipe(fds), 0);
-  const pid_t holder = fork();
-  if (holder == 0) {
-    const char c = VLIBCFileLock(QRIXDL_SETTINGS_LOCK, 5) == 0 ? 'y' : 'n';
-    (void)!write(fds[1], &c, 1);
-    pause();
-    _exit(0);
-  }
-  char c = 0;
-  ASSERT_EQ(read(fds[0], &c, 1), 1);
-  ASSERT_EQ(c, 'y');
+  const qrix::test::LockHolder holder;
+  ASSERT_TRUE(holder.Holding());
   QRIX::APIRequest request = Request("{}");
   QRIXDL::CommitQueue queue(&request);
   queue.Add("k", std::string("new"));
   EXPECT_TRUE(queue.Flush());  // after the lock's five-second wait
   EXPECT_EQ(QRIXDLErrGet(), 0);
   EXPECT_EQ(qrix::test::ReadText(qrix::test::kSettingsConf), "k=\"old\"\n");
-  kill(holder, SIGKILL);
-  waitpid(holder, nullptr, 0);
 }
 
 TEST(IsEmailOKTest, FollowsTheMailSwitch) {

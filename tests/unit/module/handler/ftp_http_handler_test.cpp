@@ -1,17 +1,14 @@
 // FTP/HTTP settings end to end through the module's tables: defaults, what "set" writes, the
 // scheduler signal after the response, and every failure path.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 
 #include "module/dlcommon/download_info.h"
-#include "platform/vlibc/vlibc_file.h"
 #include "tests/support/api_call.h"
 #include "tests/support/fake_scheduler.h"
 #include "tests/support/files.h"
+#include "tests/support/lock_holder.h"
 
 namespace {
 
@@ -130,23 +127,12 @@ TEST(FtpHttpHandlerTest, AWriteThatFailsAnswers505WithoutSignalling) {
 
 TEST(FtpHttpHandlerTest, AHeldLockWritesNothingButStillSucceeds) {
   WriteSettings("download_ftpmax=\"5\"\n");
-  int fds[2];
-  ASSERT_EQ(pipe(fds), 0);
-  const pid_t holder = fork();
-  if (holder == 0) {
-    const char c = VLIBCFileLock(QRIXDL_SETTINGS_LOCK, 5) == 0 ? 'y' : 'n';
-    (void)!write(fds[1], &c, 1);
-    pause();
-    _exit(0);
-  }
-  char c = 0;
-  ASSERT_EQ(read(fds[0], &c, 1), 1);
+  const qrix::test::LockHolder holder;
+  ASSERT_TRUE(holder.Holding());
   const auto result = CallApi("FtpHttp", "set", R"({"ftp_max_conn": 4})");
   EXPECT_TRUE(result.Success());
   EXPECT_EQ(qrix::test::CallbackNames(*result.response), "SchedulerSIGHUP");
   EXPECT_EQ(ReadText(qrix::test::kSettingsConf), "download_ftpmax=\"5\"\n");
-  kill(holder, SIGKILL);
-  waitpid(holder, nullptr, 0);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "platform/vlibc/vlibc_error.h"
 #include "platform/vlibc/vlibc_file.h"
 #include "tests/support/files.h"
+#include "tests/support/lock_holder.h"
 
 namespace {
 
@@ -222,35 +223,16 @@ TEST_F(KvFileTest, WritesBeforeAFailureStayWritten) {
   EXPECT_EQ(ReadText(kFile), "a=\"1\"\n");
 }
 
-// Forks a child that holds the settings lock until the returned pid is killed.
-pid_t ChildHoldingTheLock() {
-  int fds[2];
-  EXPECT_EQ(pipe(fds), 0);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    close(fds[0]);
-    const char ok = VLIBCFileLock(kLock, 5) == 0 ? 'y' : 'n';
-    (void)!write(fds[1], &ok, 1);
-    pause();
-    _exit(0);
-  }
-  close(fds[1]);
-  char ok = 0;
-  EXPECT_EQ(read(fds[0], &ok, 1), 1);
-  EXPECT_EQ(ok, 'y');
-  close(fds[0]);
-  return pid;
-}
-
 TEST_F(KvFileTest, LockIsExclusiveAcrossProcessesAndDiesWithItsHolder) {
-  const pid_t holder = ChildHoldingTheLock();
-  EXPECT_EQ(VLIBCFileLock(kLock, 1), -1);
-  EXPECT_EQ(VLIBCErrGet(), ERR_LOCK_TIMEOUT);
-  EXPECT_EQ(VLIBCFileLock(0x802, 0), -1);  // a single try fails at once
-  EXPECT_EQ(VLIBCFileLock(0x906, 1), 0);   // another lock is free
-  EXPECT_EQ(VLIBCFileUnlock(0x900), 0);
-  kill(holder, SIGKILL);
-  waitpid(holder, nullptr, 0);
+  {
+    const qrix::test::LockHolder holder;
+    ASSERT_TRUE(holder.Holding());
+    EXPECT_EQ(VLIBCFileLock(kLock, 1), -1);
+    EXPECT_EQ(VLIBCErrGet(), ERR_LOCK_TIMEOUT);
+    EXPECT_EQ(VLIBCFileLock(0x802, 0), -1);  // a single try fails at once
+    EXPECT_EQ(VLIBCFileLock(0x906, 1), 0);   // another lock is free
+    EXPECT_EQ(VLIBCFileUnlock(0x900), 0);
+  }  // the holder is killed here
   EXPECT_EQ(VLIBCFileLock(kLock, 1), 0);
   EXPECT_EQ(VLIBCFileUnlock(kUnlock), 0);
 }
