@@ -13,7 +13,11 @@
 #include <iterator>
 
 #include "module/common/param_check.h"
+#include "module/handler/bt_handler.h"
 #include "module/handler/ftp_http_handler.h"
+#include "module/handler/nzb_handler.h"
+#include "module/handler/rss_handler.h"
+#include "module/handler/scheduler_handler.h"
 
 using QRIX::APIRequest;
 using QRIX::APIResponse;
@@ -29,6 +33,14 @@ using QRIXDL::ParamType;
     handler.operation();                                                       \
   }
 
+QRIXDL_ENTRY(GetBTSetting, BtHandler, Get)
+QRIXDL_ENTRY(SetBTSetting, BtHandler, Set)
+QRIXDL_ENTRY(GetRssSetting, RssHandler, Get)
+QRIXDL_ENTRY(SetRssSetting, RssHandler, Set)
+QRIXDL_ENTRY(GetNzbSetting, NzbHandler, Get)
+QRIXDL_ENTRY(SetNzbSetting, NzbHandler, Set)
+QRIXDL_ENTRY(GetSchedulerSetting, SchedulerHandler, Get)
+QRIXDL_ENTRY(SetSchedulerSetting, SchedulerHandler, Set)
 QRIXDL_ENTRY(GetFtpHttpSetting, FtpHttpHandler, Get)
 QRIXDL_ENTRY(SetFtpHttpSetting, FtpHttpHandler, Set)
 
@@ -37,6 +49,14 @@ QRIXDL_ENTRY(SetFtpHttpSetting, FtpHttpHandler, Set)
 extern "C" {
 
 QRIX::APITableEntry gTable[] = {
+    {QRIXDL_API("BT"), 1, "get", GetBTSetting},
+    {QRIXDL_API("BT"), 1, "set", SetBTSetting},
+    {QRIXDL_API("Rss"), 1, "get", GetRssSetting},
+    {QRIXDL_API("Rss"), 1, "set", SetRssSetting},
+    {QRIXDL_API("Nzb"), 1, "get", GetNzbSetting},
+    {QRIXDL_API("Nzb"), 1, "set", SetNzbSetting},
+    {QRIXDL_API("Scheduler"), 1, "get", GetSchedulerSetting},
+    {QRIXDL_API("Scheduler"), 1, "set", SetSchedulerSetting},
     {QRIXDL_API("FtpHttp"), 1, "get", GetFtpHttpSetting},
     {QRIXDL_API("FtpHttp"), 1, "set", SetFtpHttpSetting},
     {nullptr, 0, nullptr, nullptr},

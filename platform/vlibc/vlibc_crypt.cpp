@@ -1,0 +1,182 @@
+#include "platform/vlibc/vlibc_crypt.h"
+
+#include <fcntl.h>
+#include <sodium.h>
+#include <sys/stat.h>
+#include <syslog.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/vlibc/atomic_file.h"
+#include "platform/vlibc/dir_lock.h"
+#include "platform/vlibc/unique_fd.h"
+#include "platform/vlibc/vlibc_error.h"
+
+namespace {
+
+constexpr int kVariant = sodium_base64_VARIANT_ORIGINAL;
+constexpr const char* kKeyDir = QRIX_PLATFORM_CONF_DIR;
+
+// Fixed, so that the text keeps the secret's length (see the header). Only its being the same
+// for encipher and decipher matters.
+constexpr unsigned char kNonce[crypto_stream_xchacha20_NONCEBYTES] = {
+    'q', 'r', 'i', 'x', ' ', 's', 'e', 'c', 'r', 'e', 't', ' ',
+    't', 'e', 'x', 't', ' ', 'v', '1', 0,   0,   0,   0,   0};
+
+// The key, wiped when it goes.
+struct Key {
+  unsigned char bytes[crypto_stream_xchacha20_KEYBYTES];
+  Key() = default;
+  Key(const Key&) = delete;
+  Key& operator=(const Key&) = delete;
+  ~Key() { sodium_memzero(bytes, sizeof bytes); }
+};
+
+// Wipes and releases a scratch buffer that held plain text or key material.
+struct Scratch {
+  explicit Scratch(size_t n) : bytes(n == 0 ? 1 : n) {}
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  ~Scratch() { sodium_memzero(bytes.data(), bytes.size()); }
+  std::vector<unsigned char> bytes;
+};
+
+// The failure result of both functions: empty output, error state set.
+int Fail(int code, char* out, int size) {
+  if (out != nullptr && size > 0) {
+    out[0] = '\0';
+  }
+  VLIBCErrSet(code);
+  return 0;
+}
+
+// 1 key read, 0 no key file, -1 a key file that must not be used (logged).
+int ReadKey(Key* key) {
+  qrix::UniqueFd fd(::open(VLIBC_CRYPT_KEY_FILE, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!fd.Valid()) {
+    if (errno == ENOENT) {
+      return 0;
+    }
+    syslog(LOG_ERR, "cannot open crypt key %s: %s", VLIBC_CRYPT_KEY_FILE, std::strerror(errno));
+    return -1;
+  }
+  struct stat st {};
+  if (::fstat(fd.Get(), &st) != 0 || !S_ISREG(st.st_mode) ||
+      st.st_size != static_cast<off_t>(sizeof key->bytes)) {
+    syslog(LOG_ERR, "crypt key %s is not a %zu-byte file: refused", VLIBC_CRYPT_KEY_FILE,
+           sizeof key->bytes);
+    return -1;
+  }
+  if ((st.st_mode & 07777 & ~static_cast<mode_t>(0600)) != 0) {
+    syslog(LOG_ERR, "crypt key %s has mode %04o, wider than 0600: refused", VLIBC_CRYPT_KEY_FILE,
+           static_cast<unsigned>(st.st_mode & 07777));
+    return -1;
+  }
+  size_t got = 0;
+  while (got < sizeof key->bytes) {
+    const ssize_t n = ::read(fd.Get(), key->bytes + got, sizeof key->bytes - got);
+    if (n < 0 && errno == EINTR) {
+      continue;
+    }
+    if (n <= 0) {
+      syslog(LOG_ERR, "cannot read crypt key %s", VLIBC_CRYPT_KEY_FILE);
+      return -1;
+    }
+    got += static_cast<size_t>(n);
+  }
+  return 1;
+}
+
+// Reads the key, making it first when the machine has none. Creators hold the directory lock,
+// so two first uses agree on one key; readers outside it see no file or a whole one.
+bool LoadKey(Key* key) {
+  int found = ReadKey(key);
+  if (found == 0) {
+    if (const int err = qrix::MakeDirectories(kKeyDir)) {
+      syslog(LOG_ERR, "cannot create %s: %s", kKeyDir, std::strerror(err));
+      return false;
+    }
+    const qrix::DirectoryLock lock(kKeyDir);
+    if (!lock.Held()) {
+      syslog(LOG_ERR, "cannot lock %s: %s", kKeyDir, std::strerror(errno));
+      return false;
+    }
+    found = ReadKey(key);
+    if (found == 0) {
+      randombytes_buf(key->bytes, sizeof key->bytes);
+      const std::string_view bytes(reinterpret_cast<const char*>(key->bytes), sizeof key->bytes);
+      if (const int err = qrix::PublishFile(VLIBC_CRYPT_KEY_FILE, bytes, 0600)) {
+        syslog(LOG_ERR, "cannot create crypt key %s: %s", VLIBC_CRYPT_KEY_FILE, std::strerror(err));
+        return false;
+      }
+      found = 1;
+    }
+  }
+  return found == 1;
+}
+
+bool SodiumReady() {
+  static const bool ready = sodium_init() >= 0;
+  return ready;
+}
+
+}  // namespace
+
+extern "C" {
+
+int VLIBCCryptSzEncrypt(const char* plain, char* out, int size) {
+  if (plain == nullptr || out == nullptr || size <= 0) {
+    return Fail(ERR_BAD_PARAMETERS, out, size);
+  }
+  const size_t n = std::strlen(plain);
+  if (sodium_base64_ENCODED_LEN(n, kVariant) > static_cast<size_t>(size)) {
+    return Fail(ERR_BAD_PARAMETERS, out, size);
+  }
+  Key key;
+  if (!SodiumReady() || !LoadKey(&key)) {
+    return Fail(ERR_CRYPT, out, size);
+  }
+  std::vector<unsigned char> cipher(n == 0 ? 1 : n);
+  crypto_stream_xchacha20_xor(cipher.data(), reinterpret_cast<const unsigned char*>(plain), n,
+                              kNonce, key.bytes);
+  sodium_bin2base64(out, static_cast<size_t>(size), cipher.data(), n, kVariant);
+  return 1;
+}
+
+int VLIBCCryptSzDecrypt(const char* text, char* out, int size) {
+  if (text == nullptr || out == nullptr || size <= 0) {
+    return Fail(ERR_BAD_PARAMETERS, out, size);
+  }
+  const size_t len = std::strlen(text);
+  std::vector<unsigned char> cipher(len / 4 * 3 + 3);
+  size_t n = 0;
+  const char* end = nullptr;
+  if (!SodiumReady() ||
+      sodium_base642bin(cipher.data(), cipher.size(), text, len, nullptr, &n, &end, kVariant) !=
+          0 ||
+      end != text + len) {
+    return Fail(ERR_CRYPT, out, size);
+  }
+  if (n + 1 > static_cast<size_t>(size)) {
+    return Fail(ERR_BAD_PARAMETERS, out, size);
+  }
+  Key key;
+  if (!LoadKey(&key)) {
+    return Fail(ERR_CRYPT, out, size);
+  }
+  Scratch plain(n);
+  crypto_stream_xchacha20_xor(plain.bytes.data(), cipher.data(), n, kNonce, key.bytes);
+  // Text under another key deciphers to noise, which may hold a NUL: not a secret of ours.
+  if (std::memchr(plain.bytes.data(), '\0', n) != nullptr) {
+    return Fail(ERR_CRYPT, out, size);
+  }
+  std::memcpy(out, plain.bytes.data(), n);
+  out[n] = '\0';
+  return 1;
+}
+
+}  // extern "C"

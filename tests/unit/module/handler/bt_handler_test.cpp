@@ -1,0 +1,252 @@
+// BitTorrent settings through the module's tables: the payload, what "set" writes, the ports it
+// registers, the conflict checks, the callbacks and what they make the daemons see.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "module/setting.h"
+#include "platform/system/qrix_service_port.h"
+#include "platform/webapi/api_validator.h"
+#include "tests/support/api_call.h"
+#include "tests/support/fake_scheduler.h"
+#include "tests/support/files.h"
+#include "tests/support/syslog_capture.h"
+#include "tests/unit/module/handler/string_param_checks.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qrix::test::CallApi;
+using qrix::test::CallbackNames;
+using qrix::test::ReadText;
+using qrix::test::WriteSettings;
+using qrix::test::WriteText;
+
+const std::string kServices = "/var/qrix/etc/services";
+const std::string kPortFile = kServices + "/qrixdownload_port.conf";
+const std::string kHookRuns = "/tmp/firewall_hook.runs";
+
+Json::Value Json(const std::string& text) {
+  return QRIX::WebAPIUtil::ParseJson(text);
+}
+
+class BtHandlerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    qrix::test::Remove(qrix::test::kSettingsConf);
+    fs::remove_all(kServices);
+    fs::create_directories(kServices);
+    qrix::test::SyslogCapture::Get().Clear();
+  }
+};
+
+TEST_F(BtHandlerTest, GetAnswersTheRecord) {
+  struct Case {
+    const char* file;
+    const char* want;
+  } const cases[] = {
+      {"",
+       R"({"tcp_port": 16881, "max_upload_rate": 20, "max_download_rate": 0, "seeding_ratio": 0,
+           "seeding_interval": 0, "enable_seeding_auto_remove": false, "enable_dht": true,
+           "dht_port": 6881, "max_peer": 100, "enable_port_forwarding": false,
+           "enable_preview": false, "encrypt": "disable"})"},
+      {"download_start_port=\"7000\"\ndownload_ul_rate=\"11\"\ndownload_dl_rate=\"12\"\n"
+       "download_seeding_ratio=\"13\"\ndownload_seeding_interval=\"14\"\n"
+       "download_seeding_auto_remove=\"yes\"\ndownload_enable_dht=\"no\"\n"
+       "download_dhtport=\"7001\"\ndownload_btmaxpeers=\"15\"\n"
+       "download_enable_bt_port_forwarding=\"yes\"\ndownload_enable_bt_preview=\"yes\"\n"
+       "download_btencrypt=\"always\"\n",
+       R"({"tcp_port": 7000, "max_upload_rate": 11, "max_download_rate": 12, "seeding_ratio": 13,
+           "seeding_interval": 14, "enable_seeding_auto_remove": true, "enable_dht": false,
+           "dht_port": 7001, "max_peer": 15, "enable_port_forwarding": true,
+           "enable_preview": true, "encrypt": "always"})"},
+  };
+  for (const Case& c : cases) {
+    WriteSettings(c.file);
+    const auto result = CallApi("BT", "get", "{}");
+    ASSERT_TRUE(result.Success());
+    EXPECT_EQ(result.Data(), Json(c.want));
+  }
+  const struct {
+    const char* stored;
+    const char* want;
+  } encrypt[] = {
+      {"auto", "auto"}, {"always", "always"}, {"disable", "disable"}, {"AUTO", "disable"}};
+  for (const auto& e : encrypt) {
+    WriteSettings(std::string("download_btencrypt=\"") + e.stored + "\"\n");
+    EXPECT_EQ(CallApi("BT", "get", "{}").Data()["encrypt"], e.want) << e.stored;
+  }
+}
+
+TEST_F(BtHandlerTest, SetWritesEveryKeyInOrderWithItsEncoding) {
+  const auto result = CallApi("BT", "set", R"({
+      "max_upload_rate": 1, "max_download_rate": 2, "tcp_port": 3000, "dht_port": 3001,
+      "enable_dht": false, "enable_port_forwarding": true, "enable_preview": false,
+      "max_peer": 50, "encrypt": "always", "seeding_interval": 4, "seeding_ratio": 5,
+      "enable_seeding_auto_remove": true})");
+  ASSERT_TRUE(result.Success());
+  EXPECT_EQ(ReadText(qrix::test::kSettingsConf),
+            "download_ul_rate=\"1\"\ndownload_dl_rate=\"2\"\ndownload_start_port=\"3000\"\n"
+            "download_dhtport=\"3001\"\ndownload_enable_dht=\"no\"\n"
+            "download_enable_bt_port_forwarding=\"yes\"\ndownload_enable_bt_preview=\"no\"\n"
+            "download_btmaxpeers=\"50\"\ndownload_btencrypt=\"always\"\n"
+            "download_seeding_interval=\"4\"\ndownload_seeding_ratio=\"5\"\n"
+            "download_seeding_auto_remove=\"yes\"\n");
+}
+
+// Only ports that change are written and registered; the firewall reloads only for them and
+// DHT restarts when switched, or when it runs and its port moved.
+TEST_F(BtHandlerTest, PortChangesDecideRegistrationAndCallbacks) {
+  const std::string kTcp = "[bt]\nprotocol=\"tcp\"\nport=\"7000\"\n";
+  const std::string kDht = "[bt_dht]\nprotocol=\"udp\"\nport=\"7001\"\n";
+  struct Case {
+    const char* file;
+    const char* params;
+    const char* written;  // start and DHT port in the file afterwards
+    std::string ports;    // service port file afterwards
+    const char* callbacks;
+  } const cases[] = {
+      {"", "{}", "/", "", "SchedulerSIGHUP"},
+      {"", R"({"tcp_port": 16881, "dht_port": 6881})", "/", "", "SchedulerSIGHUP"},
+      {"download_start_port=\"7000\"\n", R"({"tcp_port": 7000})", "7000/", "", "SchedulerSIGHUP"},
+      {"", R"({"tcp_port": 7000})", "7000/", kTcp, "SchedulerSIGHUP,ReloadFirewall"},
+      {"", R"({"dht_port": 7001})", "/7001", kDht,
+       "SchedulerSIGHUP,ReloadFirewall,SchedulerSIGCONT"},
+      {"download_enable_dht=\"no\"\n", R"({"dht_port": 7001})", "/7001", kDht,
+       "SchedulerSIGHUP,ReloadFirewall"},
+      {"", R"({"tcp_port": 7000, "dht_port": 7001})", "7000/7001", kTcp + "\n" + kDht,
+       "SchedulerSIGHUP,ReloadFirewall,SchedulerSIGCONT"},
+      {"", R"({"enable_dht": false})", "/", "", "SchedulerSIGHUP,SchedulerSIGCONT"},
+      {"", R"({"enable_dht": true})", "/", "", "SchedulerSIGHUP"},
+      {"", R"({"enable_dht": true, "dht_port": 7001})", "/7001", kDht,
+       "SchedulerSIGHUP,ReloadFirewall,SchedulerSIGCONT"},
+      {"download_enable_dht=\"no\"\n", R"({"enable_dht": true})", "/", "",
+       "SchedulerSIGHUP,SchedulerSIGCONT"},
+      {"download_enable_dht=\"no\"\n", R"({"enable_dht": false, "dht_port": 7001})", "/7001", kDht,
+       "SchedulerSIGHUP,ReloadFirewall"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.file) + c.params);
+    SetUp();
+    WriteSettings(c.file);
+    const auto result = CallApi("BT", "set", c.params);
+    ASSERT_TRUE(result.Success());
+    EXPECT_EQ(CallbackNames(*result.response), c.callbacks);
+    auto settings = qrix::test::ReadSettings();
+    EXPECT_EQ(settings["download_start_port"] + "/" + settings["download_dhtport"], c.written);
+    EXPECT_EQ(ReadText(kPortFile), c.ports);
+  }
+}
+
+// Conflicts are checked only for the "bt_" names; a refused request writes nothing.
+TEST_F(BtHandlerTest, ConflictingPortsAnswer517) {
+  struct Case {
+    const char* services;  // other.conf
+    const char* file;
+    const char* params;
+    int error;
+  } const cases[] = {
+      {"[ftp]\nport=\"7000\"\n", "", R"({"bt_tcp_port": 7000, "tcp_port": 7000})", 517},
+      {"[web]\nport=\"6990-7010\"\n", "", R"({"bt_tcp_port": 7000})", 517},
+      {"[btsearch]\nport=\"7000\"\n", "", R"({"bt_tcp_port": 7000})", 517},
+      {"[bt]\nport=\"7000\"\n[bt_dht]\nport=\"7000\"\n", "", R"({"bt_tcp_port": 7000})", 0},
+      {"[ftp]\nport=\"7000\"\n", "download_start_port=\"7000\"\n", R"({"bt_tcp_port": 7000})", 0},
+      {"[ftp]\nport=\"7000\"\n", "", R"({"tcp_port": 7000})", 0},
+      {"[ftp]\nport=\"7000\"\n", "", R"({"bt_tcp_port": 7001})", 0},
+      {"", "", R"({"bt_dht_port": 4672, "dht_port": 4672})", 517},
+      {"", "download_amule_udp_port=\"5000\"\n", R"({"bt_dht_port": 5000})", 517},
+      {"", "download_amule_udp_port=\"5000\"\n", R"({"bt_dht_port": 4672})", 0},
+      {"[ftp]\nport=\"7000\"\n", "", R"({"bt_dht_port": 7000})", 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.services) + c.file + c.params);
+    SetUp();
+    WriteText(kServices + "/other.conf", c.services);
+    WriteSettings(c.file);
+    const auto result = CallApi("BT", "set", c.params);
+    EXPECT_EQ(result.Error(), c.error);
+    if (c.error != 0) {
+      EXPECT_EQ(ReadText(qrix::test::kSettingsConf), c.file);
+      EXPECT_TRUE(result.response->GetCallbacks().empty());
+      EXPECT_FALSE(qrix::test::SyslogCapture::Get().Contains("Failed to apply"));
+    }
+  }
+}
+
+TEST_F(BtHandlerTest, FailuresAnswerTheirCodes) {
+  auto& log = qrix::test::SyslogCapture::Get();
+  fs::create_directory(qrix::test::kSettingsConf);
+  EXPECT_EQ(CallApi("BT", "get", "{}").Error(), 506);
+  EXPECT_FALSE(log.Contains("handler/bt_handler"));
+  EXPECT_EQ(CallApi("BT", "set", R"({"max_peer": 10})").Error(), 506);
+  EXPECT_TRUE(log.Contains("handler/bt_handler:"));
+  EXPECT_EQ(log.Count("Failed to get DownloadInfo"), 1);
+  EXPECT_EQ(log.Count("Failed to apply download service data"), 1);
+  fs::remove(qrix::test::kSettingsConf);
+
+  // The ports cannot be registered: the settings are written all the same.
+  for (const char* params : {R"({"tcp_port": 7000, "max_peer": 10})", R"({"dht_port": 7001})"}) {
+    SCOPED_TRACE(params);
+    SetUp();
+    fs::remove_all(kServices);
+    WriteText(kServices, "not a directory");
+    const auto result = CallApi("BT", "set", params);
+    EXPECT_EQ(result.Error(), 1209);
+    EXPECT_TRUE(result.response->GetCallbacks().empty());
+    EXPECT_EQ(log.Count("Failed to apply download service data"), 1);
+    const auto settings = qrix::test::ReadSettings();
+    EXPECT_TRUE(settings.count("download_start_port") + settings.count("download_dhtport") == 1);
+    fs::remove(kServices);
+  }
+}
+
+TEST_F(BtHandlerTest, CallbacksReachTheSchedulerAndTheFirewall) {
+  WriteText("/var/qrix/etc/firewall.conf", "reload_hook=\"/tmp/firewall_hook\"\n");
+  WriteText("/tmp/firewall_hook", "#!/bin/sh\necho run >> " + kHookRuns + "\n");
+  fs::permissions("/tmp/firewall_hook", fs::perms::owner_all);
+  using Counts = qrix::test::FakeScheduler::Counts;
+  struct Case {
+    const char* params;
+    Counts signals;
+    const char* hook_runs;
+  } const cases[] = {
+      {R"({"max_peer": 10})", {1, 0, 0}, ""},
+      {R"({"tcp_port": 7000})", {1, 0, 0}, "run\n"},
+      {R"({"dht_port": 7001, "tcp_port": 7002})", {1, 1, 0}, "run\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.params);
+    SetUp();
+    qrix::test::Remove(kHookRuns);
+    qrix::test::FakeScheduler scheduler;
+    const auto result = CallApi("BT", "set", c.params);
+    ASSERT_TRUE(result.Success());
+    EXPECT_EQ(qrix::test::RunCallbacksInChild(*result.response), 0);
+    EXPECT_EQ(scheduler.WaitFor(c.signals), c.signals);
+    EXPECT_EQ(ReadText(kHookRuns), c.hook_runs);
+  }
+}
+
+// "encrypt" is limited to three words by the check table; the handler itself must still keep
+// the file intact, so this calls the entry function directly.
+TEST_F(BtHandlerTest, StringParameterIsStoredSafely) {
+  QRIX::APIEntryFunc set = nullptr;
+  for (const QRIX::APITableEntry* row = GetAPITable(); row->api != nullptr; ++row) {
+    if (std::string(row->api) == "QRIX.Haulport2.Setting.BT" && row->method == std::string("set")) {
+      set = row->entry;
+    }
+  }
+  ASSERT_NE(set, nullptr);
+  QRIX::APIResponse response;
+  qrix::test::ExpectStringParamIsStoredSafely(
+      "encrypt", "download_btencrypt", [&](const Json::Value& params) -> const QRIX::APIResponse& {
+        QRIX::APIRequest request("QRIX.Haulport2.Setting.BT", 1, "set", params);
+        response = QRIX::APIResponse();
+        set(&request, &response);
+        return response;
+      });
+  qrix::test::ExpectNulIsATypeError("BT", "encrypt");
+}
+
+}  // namespace

@@ -1,0 +1,158 @@
+// Service port files: what a registration writes, what it refuses, concurrent writers, and the
+// conflict test across every service's file.
+#include "platform/system/qrix_service_port.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "platform/vlibc/ini_text.h"
+#include "platform/vlibc/vlibc_error.h"
+#include "tests/support/files.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qrix::test::ReadText;
+
+const std::string kDir = "/var/qrix/etc/services";
+
+QRIXSERVICEPORT Record(int protocol, int port, int port_end = 0) {
+  return {QRIX_SERVICE_PORT_V1, 0, protocol, port, port_end, 0};
+}
+
+class ServicePortTest : public ::testing::Test {
+ protected:
+  void SetUp() override { fs::remove_all(kDir); }
+};
+
+TEST_F(ServicePortTest, SetWritesOneSectionPerName) {
+  struct Step {
+    const char* section;
+    QRIXSERVICEPORT record;
+    const char* file;  // whole file afterwards
+  } const steps[] = {
+      {"bt", Record(QRIX_PORT_TCP, 16881), "[bt]\nprotocol=\"tcp\"\nport=\"16881\"\n"},
+      {"bt_dht", Record(QRIX_PORT_UDP, 6881),
+       "[bt]\nprotocol=\"tcp\"\nport=\"16881\"\n\n[bt_dht]\nprotocol=\"udp\"\nport=\"6881\"\n"},
+      {"bt", Record(QRIX_PORT_TCP | QRIX_PORT_UDP, 7000, 7010),
+       "[bt]\nprotocol=\"tcp,udp\"\nport=\"7000-7010\"\n\n"
+       "[bt_dht]\nprotocol=\"udp\"\nport=\"6881\"\n"},
+      {"bt_dht", Record(QRIX_PORT_UDP, 6999, 6999),
+       "[bt]\nprotocol=\"tcp,udp\"\nport=\"7000-7010\"\n\n"
+       "[bt_dht]\nprotocol=\"udp\"\nport=\"6999\"\n"},
+  };
+  for (const Step& s : steps) {
+    ASSERT_EQ(QRIXServiceConfSectionPortSet(QRIX_SERVICE_CONF_SET, "dl", s.section, &s.record), 0);
+    EXPECT_EQ(ReadText(kDir + "/dl.conf"), s.file) << s.section;
+  }
+  struct stat st {};
+  ASSERT_EQ(stat((kDir + "/dl.conf").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0644u);
+  EXPECT_EQ(std::distance(fs::directory_iterator(kDir), fs::directory_iterator()), 1);
+}
+
+TEST_F(ServicePortTest, BadArgumentsAreRefusedAndWriteNothing) {
+  const struct {
+    int op;
+    const char* service;
+    const char* section;
+    QRIXSERVICEPORT record;
+  } cases[] = {
+      {1, "dl", "bt", Record(1, 80)},       {2, "", "bt", Record(1, 80)},
+      {2, "../dl", "bt", Record(1, 80)},    {2, ".dl", "bt", Record(1, 80)},
+      {2, "dl", "", Record(1, 80)},         {2, "dl", "b]t", Record(1, 80)},
+      {2, "dl", "b\nt", Record(1, 80)},     {2, "dl", "bt", Record(0, 80)},
+      {2, "dl", "bt", Record(4, 80)},       {2, "dl", "bt", Record(1, 65536)},
+      {2, "dl", "bt", Record(1, 80, 79)},   {2, "dl", "bt", {2, 0, 1, 80, 0, 0}},
+      {2, "dl", "bt", {1, 1, 1, 80, 0, 0}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.service) + "/" + c.section + "/" + std::to_string(c.record.port));
+    VLIBCErrSetEx(ERR_NONE, "", 0);
+    EXPECT_EQ(QRIXServiceConfSectionPortSet(c.op, c.service, c.section, &c.record), -1);
+    EXPECT_EQ(VLIBCErrGet(), ERR_BAD_PARAMETERS);
+  }
+  EXPECT_EQ(QRIXServiceConfSectionPortSet(2, "dl", "bt", nullptr), -1);
+  EXPECT_FALSE(fs::exists(kDir + "/dl.conf"));
+
+  // A file where the directory should be: nothing can be published.
+  qrix::test::WriteText(kDir, "not a directory");
+  const QRIXSERVICEPORT ok = Record(1, 80);
+  EXPECT_EQ(QRIXServiceConfSectionPortSet(2, "dl", "bt", &ok), -1);
+  EXPECT_EQ(VLIBCErrGet(), ERR_FILE_OPEN);
+  fs::remove(kDir);
+}
+
+TEST_F(ServicePortTest, ConcurrentWritersLoseNothing) {
+  constexpr int kWriters = 6;
+  constexpr int kEach = 15;
+  pid_t pids[kWriters];
+  for (int w = 0; w < kWriters; ++w) {
+    pids[w] = fork();
+    if (pids[w] == 0) {
+      int failures = 0;
+      for (int i = 0; i < kEach; ++i) {
+        const QRIXSERVICEPORT r = Record(QRIX_PORT_TCP, 1000 * (w + 1) + i);
+        const std::string section = "s" + std::to_string(w) + "_" + std::to_string(i);
+        failures += QRIXServiceConfSectionPortSet(2, "shared", section.c_str(), &r) != 0;
+      }
+      _exit(failures);
+    }
+  }
+  for (pid_t pid : pids) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  const auto sections = qrix::ini::ParseSections(ReadText(kDir + "/shared.conf"));
+  EXPECT_EQ(sections.size(), static_cast<size_t>(kWriters * kEach));
+  for (int w = 0; w < kWriters; ++w) {
+    for (int i = 0; i < kEach; ++i) {
+      const auto* s =
+          qrix::ini::FindSection(sections, "s" + std::to_string(w) + "_" + std::to_string(i));
+      ASSERT_NE(s, nullptr);
+      EXPECT_EQ(*s->Find("port"), std::to_string(1000 * (w + 1) + i));
+    }
+  }
+}
+
+TEST_F(ServicePortTest, ConflictsAreFoundAcrossServicesButNotInTheAskersOwn) {
+  fs::create_directories(kDir);
+  qrix::test::WriteText(
+      kDir + "/dl.conf",
+      "[bt]\nport=\"16881\"\n[bt_dht]\nport=\"6881\"\n[btsearch]\nport=\"8000\"\n");
+  qrix::test::WriteText(kDir + "/web.conf",
+                        "[web]\nprotocol=\"tcp\"\nport=\"5000-5010\"\n[dns]\nprotocol=\"udp\"\n"
+                        "port=\"53\"\n[odd]\nport=\"x\"\n[rev]\nport=\"90-80\"\n");
+  qrix::test::WriteText(kDir + "/.web.conf.tmp.abcdef", "[tmp]\nport=\"7000\"\n");
+  qrix::test::WriteText(kDir + "/notes.txt", "[txt]\nport=\"7001\"\n");
+  const struct {
+    const char* service;
+    int first;
+    int last;
+    bool conflict;
+  } cases[] = {
+      {"bt", 16881, 16881, false},     {"bt", 6881, 6881, false},
+      {"bt", 8000, 8000, true},        {"btsearch", 16881, 16881, true},
+      {"btsearch", 8000, 8000, false}, {"web", 16881, 16881, true},
+      {"other", 5000, 5000, true},     {"other", 5010, 5020, true},
+      {"other", 4990, 5000, true},     {"other", 4990, 4999, false},
+      {"other", 5011, 5020, false},    {"other", 5020, 4990, true},
+      {"other", 53, 53, true},         {"dns", 53, 53, false},
+      {"other", 85, 85, false},        {"other", 7000, 7001, false},
+      {"", 16881, 16881, true},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(WebUtils::IsPortConflict(c.service, c.first, c.last) != 0, c.conflict)
+        << c.service << " " << c.first << "-" << c.last;
+  }
+  fs::remove_all(kDir);
+  EXPECT_EQ(WebUtils::IsPortConflict("bt", 1, 65535), 0);
+}
+
+}  // namespace
