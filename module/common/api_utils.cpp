@@ -50,19 +50,25 @@ bool CommitQueue::Flush() {
   if (VLIBCFileLock(QRIXDL_SETTINGS_LOCK, QRIXDL_SETTINGS_LOCK_TIMEOUT) == -1) {
     return result;  // by design: no lock, nothing written, still a success
   }
+  const auto fail = [&result](const std::string& key, const std::string& value) {
+    syslog(LOG_ERR, "%s:%d Write setting error. k=%s v=%s[0x%04X %s:%d]", "common/api_utils", 79,
+           key.c_str(), value.c_str(), VLIBCErrGet(), VLIBCErrorGetFile(), VLIBCErrorGetLine());
+    QRIXDLErrSet(505);
+    result = false;
+  };
   for (const auto& [key, value] : m_queue) {
     // The length travels with the value so that an embedded NUL is refused, not cut.
     if (VLIBCFileSetKeyValueN(QRIXDL_SETTINGS_CONF, key.c_str(), value.data(), value.size(),
                               nullptr) == -1) {
-      syslog(LOG_ERR, "%s:%d Write setting error. k=%s v=%s[0x%04X %s:%d]", "common/api_utils",
-             79, key.c_str(), value.c_str(), VLIBCErrGet(), VLIBCErrorGetFile(),
-             VLIBCErrorGetLine());
-      QRIXDLErrSet(505);
-      result = false;
+      fail(key, value);
       break;
     }
   }
-  VLIBCFileUnlock(QRIXDL_SETTINGS_UNLOCK);
+  // The platform publishes the staged writes as it lets the lock go: a file that cannot be
+  // published then is a failed write like any other.
+  if (VLIBCFileUnlock(QRIXDL_SETTINGS_UNLOCK) == -1 && result && !m_queue.empty()) {
+    fail(m_queue.front().first, m_queue.front().second);
+  }
   return result;
 }
 

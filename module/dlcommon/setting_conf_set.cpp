@@ -84,7 +84,11 @@ extern "C" int QRIXDLInfoSet(const DownloadInfo* info) {
   if (result == 0 && QRIXDLSchedulerHup(SIGHUP) != 0) {
     syslog(LOG_ERR, "%s (%d)Failed to hup scheduled.", "setting_conf_set", __LINE__);
   }
-  VLIBCFileUnlock(QRIXDL_SETTINGS_UNLOCK);
+  // Staged writes are published by now (before the signal) or as the lock goes.
+  if (VLIBCFileUnlock(QRIXDL_SETTINGS_UNLOCK) == -1 && result == 0) {
+    syslog(LOG_ERR, "%s (%d) There is an error here.", "setting_conf_set", __LINE__);
+    result = -1;
+  }
   return result;
 }
 

@@ -14,20 +14,14 @@
 namespace qrix {
 namespace {
 
-std::string DirName(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  if (slash == std::string::npos) {
-    return ".";
-  }
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 std::string BaseName(const std::string& path) {
   const size_t slash = path.rfind('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-std::string TemporaryPrefix(const std::string& path) { return "." + BaseName(path) + ".tmp."; }
+std::string TemporaryPrefix(const std::string& path) {
+  return "." + BaseName(path) + ".tmp.";
+}
 
 // Unlinks the temporary file unless it was renamed into place.
 class TemporaryFile {
@@ -73,6 +67,14 @@ int WriteAll(int fd, std::string_view data) {
 }
 
 }  // namespace
+
+std::string DirName(std::string_view path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) {
+    return ".";
+  }
+  return std::string(slash == 0 ? std::string_view("/") : path.substr(0, slash));
+}
 
 int PublishFile(const std::string& path, std::string_view content, mode_t new_mode) {
   struct stat old {};

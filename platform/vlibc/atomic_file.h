@@ -16,7 +16,11 @@ namespace qrix {
 
 // Replaces `path` with `content`. An existing file keeps its owner and mode; a new one gets
 // `new_mode` and the caller's ids. Returns 0, or an errno value.
-QRIX_EXPORT int PublishFile(const std::string& path, std::string_view content, mode_t new_mode = 0644);
+QRIX_EXPORT int PublishFile(const std::string& path, std::string_view content,
+                            mode_t new_mode = 0644);
+
+// The directory part of `path` ("." for a bare name, "/" for a file in the root).
+QRIX_EXPORT std::string DirName(std::string_view path);
 
 // Reads a whole file. Returns 0, or an errno value (ENOENT for a missing file).
 QRIX_EXPORT int ReadFile(const std::string& path, std::string* out);

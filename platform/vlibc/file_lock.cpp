@@ -89,9 +89,8 @@ int VLIBCFileLock(int flags, int timeout) {
     VLIBCErrSet(ERR_LOCK);
     return -1;
   }
-  const int operation = (flags & VLIBC_LOCK_SHARED) != 0 && (flags & VLIBC_LOCK_EXCLUSIVE) == 0
-                            ? LOCK_SH
-                            : LOCK_EX;
+  const int operation =
+      (flags & VLIBC_LOCK_SHARED) != 0 && (flags & VLIBC_LOCK_EXCLUSIVE) == 0 ? LOCK_SH : LOCK_EX;
   const double wait = (flags & VLIBC_LOCK_WAIT) != 0 && timeout > 0 ? timeout : 0.0;
   if (!TakeWithin(fd.Get(), operation, wait)) {
     VLIBCErrSet(errno == ETIMEDOUT ? ERR_LOCK_TIMEOUT : ERR_LOCK);
@@ -114,7 +113,11 @@ int VLIBCFileUnlock(int flags) {
     return 0;
   }
   // Publish while still holding the lock, so the next holder reads what this one wrote.
-  const int published = g_held.size() == 1 ? PublishStaged() : 0;
+  int published = 0;
+  if (g_held.size() == 1) {
+    PublishStaged();
+    published = TakePublishFailure();
+  }
   g_held.erase(it);
   return published;
 }

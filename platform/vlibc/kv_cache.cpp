@@ -169,17 +169,9 @@ class ReadCache {
     }
   }
 
-  static std::string DirOf(std::string_view path) {
-    const size_t slash = path.rfind('/');
-    if (slash == std::string_view::npos) {
-      return ".";
-    }
-    return std::string(slash == 0 ? std::string_view("/") : path.substr(0, slash));
-  }
-
   // Brings `entry` in line with the file on disk. 0, or -1 with the error state set.
   int Revalidate(const std::string& path, Entry& entry) {
-    entry.dir = DirOf(path);
+    entry.dir = DirName(path);
     // Watch first: a change after this point is reported even if it races the read below.
     const bool watched = Watch(entry.dir);
     struct stat link {};

@@ -2,7 +2,6 @@
 // the whole file atomically under a lock on its directory, so writers of one file never lose
 // each other's keys.
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "platform/vlibc/atomic_file.h"
+#include "platform/vlibc/dir_lock.h"
 #include "platform/vlibc/kv_cache.h"
 #include "platform/vlibc/kv_staging.h"
 #include "platform/vlibc/kv_text.h"
@@ -41,30 +41,8 @@ struct StagedFile {
 std::mutex g_mutex;
 std::vector<StagedFile> g_staged;  // few files, kept in first-write order
 
-std::string DirOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  if (slash == std::string::npos) {
-    return ".";
-  }
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-// Serialises the writers of the files of one directory, across processes.
-class DirectoryLock {
- public:
-  explicit DirectoryLock(const std::string& path)
-      : fd_(::open(DirOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    while (fd_.Valid() && ::flock(fd_.Get(), LOCK_EX) != 0) {
-      if (errno != EINTR) {
-        fd_.Reset();
-      }
-    }
-  }
-  bool Held() const { return fd_.Valid(); }
-
- private:
-  UniqueFd fd_;
-};
+// Set when a publish of staged writes failed, until the lock's release reports it.
+bool g_publish_failed = false;
 
 // A staged value of this process for `key`, newest first.
 const std::string* StagedValue(std::string_view path, std::string_view key) {
@@ -83,7 +61,7 @@ const std::string* StagedValue(std::string_view path, std::string_view key) {
 
 // Applies `writes` to the file as it is on disk and publishes it once. 0 or -1.
 int Publish(const std::string& path, const std::vector<StagedWrite>& writes) {
-  DirectoryLock lock(path);
+  const DirectoryLock lock(DirName(path));
   if (!lock.Held()) {
     VLIBCErrSet(ERR_FILE_OPEN);
     return -1;
@@ -120,7 +98,16 @@ int PublishStaged() {
       result = -1;
     }
   }
+  if (result != 0) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    g_publish_failed = true;
+  }
   return result;
+}
+
+int TakePublishFailure() {
+  const std::lock_guard<std::mutex> guard(g_mutex);
+  return std::exchange(g_publish_failed, false) ? -1 : 0;
 }
 
 }  // namespace qrix::kv
@@ -173,7 +160,7 @@ int VLIBCFileSetKeyValueN(const char* file, const char* key, const char* value, 
   if (qrix::kv::StagingActive()) {
     // Fail now, not at unlock, when the file could not be published at all.
     struct stat dir {};
-    const std::string dir_path = qrix::kv::DirOf(path);
+    const std::string dir_path = qrix::DirName(path);
     if (::stat(dir_path.c_str(), &dir) != 0 || !S_ISDIR(dir.st_mode) ||
         ::access(dir_path.c_str(), W_OK) != 0) {
       VLIBCErrSet(ERR_FILE_OPEN);

@@ -13,6 +13,10 @@ bool StagingActive();
 // published; the other files are published all the same.
 int PublishStaged();
 
+// -1 when a publish failed since the last call (and forgets it), else 0. The outermost unlock
+// reports it, also for writes published early because the process signalled another one.
+int TakePublishFailure();
+
 }  // namespace qrix::kv
 
 #endif  // QRIX_PLATFORM_VLIBC_KV_STAGING_H_

@@ -58,8 +58,11 @@ extern "C" int VLIBCProcSignalByPidFile(const char* pid_file, int sig) {
     VLIBCErrSet(ERR_PIDFILE);
     return -1;
   }
-  // A process told of a change must be able to see it: publish what this one has staged.
-  qrix::kv::PublishStaged();
+  // A process told of a change must be able to see it: publish what this one has staged, and
+  // announce nothing that could not be published.
+  if (qrix::kv::PublishStaged() != 0) {
+    return -1;
+  }
   if (!IsLive(pid) || ::kill(pid, sig) != 0) {
     VLIBCErrSet(ERR_NO_SUCH_PROCESS);
     return -1;

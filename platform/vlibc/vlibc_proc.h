@@ -10,7 +10,9 @@ extern "C" {
 
 /* Sends `sig` to the process named in `pid_file`. The file must hold one decimal pid above 1
  * (blanks and a newline around it are fine) of a live process that is not a zombie.
- * Returns 0, or -1 with the error state set (ERR_PIDFILE, ERR_NO_SUCH_PROCESS). */
+ * Writes the process has staged under a file lock are published first; when they cannot be,
+ * nothing is sent.
+ * Returns 0, or -1 with the error state set (ERR_PIDFILE, ERR_NO_SUCH_PROCESS, ERR_FILE_*). */
 QRIX_EXPORT int VLIBCProcSignalByPidFile(const char* pid_file, int sig);
 
 #ifdef __cplusplus

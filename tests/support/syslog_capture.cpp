@@ -1,5 +1,6 @@
 #include "tests/support/syslog_capture.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -8,12 +9,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <thread>
 
 namespace qrix::test {
 
 SyslogCapture& SyslogCapture::Get() {
-  static SyslogCapture capture;
-  return capture;
+  // Never destroyed: its reader thread runs until the process ends.
+  static SyslogCapture* capture = new SyslogCapture();
+  return *capture;
 }
 
 SyslogCapture::SyslogCapture() {
@@ -27,6 +30,17 @@ SyslogCapture::SyslogCapture() {
   }
   // A connection glibc made before the socket existed is dropped, so the next line reconnects.
   closelog();
+  // The socket queues only a few datagrams (net.unix.max_dgram_qlen) before syslog() blocks,
+  // so a thread keeps it empty whatever the test does.
+  std::thread([this] {
+    for (;;) {
+      pollfd p{fd_, POLLIN, 0};
+      if (::poll(&p, 1, -1) > 0) {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        Drain();
+      }
+    }
+  }).detach();
 }
 
 void SyslogCapture::Drain() {
@@ -54,18 +68,23 @@ void SyslogCapture::Drain() {
 }
 
 void SyslogCapture::Clear() {
+  const std::lock_guard<std::mutex> guard(mutex_);
   Drain();
   lines_.clear();
 }
 
 std::vector<LogLine> SyslogCapture::Lines() {
+  const std::lock_guard<std::mutex> guard(mutex_);
   Drain();
   return lines_;
 }
 
-bool SyslogCapture::Contains(const std::string& text) { return Count(text) > 0; }
+bool SyslogCapture::Contains(const std::string& text) {
+  return Count(text) > 0;
+}
 
 int SyslogCapture::Count(const std::string& text) {
+  const std::lock_guard<std::mutex> guard(mutex_);
   Drain();
   int n = 0;
   for (const LogLine& line : lines_) {

@@ -1,14 +1,17 @@
-// Captures the syslog lines of the test process by owning the sandbox's /dev/log.
+// Captures the syslog lines of the test process, and of every process it starts, by owning the
+// sandbox's /dev/log. Read the lines in the process that made the capture: a forked child's
+// lines are there once the child has written them.
 #ifndef HAULPORT_TESTS_SUPPORT_SYSLOG_CAPTURE_H_
 #define HAULPORT_TESTS_SUPPORT_SYSLOG_CAPTURE_H_
 
+#include <mutex>
 #include <string>
 #include <vector>
 
 namespace qrix::test {
 
 struct LogLine {
-  int priority;  // facility | severity, as sent
+  int priority;         // facility | severity, as sent
   std::string message;  // the text after the tag
 };
 
@@ -28,8 +31,9 @@ class SyslogCapture {
 
  private:
   SyslogCapture();
-  void Drain();
+  void Drain();  // with mutex_ held
   int fd_ = -1;
+  std::mutex mutex_;
   std::vector<LogLine> lines_;
 };
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "module/dlcommon/download_info.h"
 #include "platform/dlbase/handler_base.h"
 #include "platform/webapi/api_validator.h"
@@ -99,8 +101,7 @@ TEST_F(CommitQueueTest, AFailedWriteKeepsTheEarlierOnesAndRecords505) {
   queue.Add("k5", 5);
   EXPECT_FALSE(queue.Flush());
   EXPECT_EQ(QRIXDLErrGet(), 505);
-  EXPECT_EQ(qrix::test::ReadText(qrix::test::kSettingsConf),
-            "k3=\"old\"\nk1=\"1\"\nk2=\"2\"\n");
+  EXPECT_EQ(qrix::test::ReadText(qrix::test::kSettingsConf), "k3=\"old\"\nk1=\"1\"\nk2=\"2\"\n");
   EXPECT_TRUE(qrix::test::SyslogCapture::Get().Contains(
       "common/api_utils:79 Write setting error. k=k3 v=evil"));
   EXPECT_TRUE(qrix::test::SyslogCapture::Get().Contains("[0x0B01 kv_file.cpp:"));
@@ -116,6 +117,20 @@ TEST_F(CommitQueueTest, ANulInAValueIsRefusedNotCut) {
   EXPECT_FALSE(queue.Flush());
   EXPECT_EQ(QRIXDLErrGet(), 505);
   EXPECT_EQ(qrix::test::ReadText(qrix::test::kSettingsConf), "");
+}
+
+// Writes are published as the lock goes: a file that cannot be published fails the flush.
+TEST_F(CommitQueueTest, AFileThatCannotBePublishedRecords505) {
+  qrix::test::Remove(qrix::test::kSettingsConf);
+  std::filesystem::create_directory(qrix::test::kSettingsConf);
+  QRIX::APIRequest request = Request("{}");
+  QRIXDL::CommitQueue queue(&request);
+  queue.Add("k1", 1);
+  queue.Add("k2", 2);
+  EXPECT_FALSE(queue.Flush());
+  EXPECT_EQ(QRIXDLErrGet(), 505);
+  EXPECT_TRUE(qrix::test::SyslogCapture::Get().Contains("Write setting error. k=k1 v=1"));
+  std::filesystem::remove(qrix::test::kSettingsConf);
 }
 
 TEST_F(CommitQueueTest, ALockThatCannotBeTakenWritesNothingAndSucceeds) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -22,17 +23,51 @@ using qrix::test::FakeScheduler;
 using qrix::test::Kv;
 using qrix::test::SyslogCapture;
 
-const std::vector<std::string> kWriterOrder = {
-    "order", "ul_rate", "dl_rate", "http_dl_rate", "http_max_conn", "enable_http_multi_conn",
-    "start_port", "end_port", "port_map_enabled", "seeding_interval", "seeding_ratio",
-    "seeding_auto_remove", "enable_dht", "dhtport", "enable_bt_port_forwarding", "btencrypt",
-    "btmaxpeers", "enable_bt_preview", "enable_pyload", "enable_autoUnzip", "enable_amule",
-    "amule_ul_rate", "amule_dl_rate", "amule_tcp_port", "amule_udp_port", "amule_max_conn",
-    "amule_auto_connect", "amule_enable_obfuscation", "amule_outgoing_obfuscation",
-    "amule_only_obfuscation", "amule_auto_update_server", "maxtasks", "nzb_server", "nzb_port",
-    "nzb_auth", "nzb_user", "nzb_password_en", "nzb_numconn", "nzb_encryption", "nzb_dl_rate",
-    "nzb_enable_parchive", "nzb_enable_remove_parchive_files", "ftpmax_enable", "ftpmax",
-    "enable_xunlei"};
+const std::vector<std::string> kWriterOrder = {"order",
+                                               "ul_rate",
+                                               "dl_rate",
+                                               "http_dl_rate",
+                                               "http_max_conn",
+                                               "enable_http_multi_conn",
+                                               "start_port",
+                                               "end_port",
+                                               "port_map_enabled",
+                                               "seeding_interval",
+                                               "seeding_ratio",
+                                               "seeding_auto_remove",
+                                               "enable_dht",
+                                               "dhtport",
+                                               "enable_bt_port_forwarding",
+                                               "btencrypt",
+                                               "btmaxpeers",
+                                               "enable_bt_preview",
+                                               "enable_pyload",
+                                               "enable_autoUnzip",
+                                               "enable_amule",
+                                               "amule_ul_rate",
+                                               "amule_dl_rate",
+                                               "amule_tcp_port",
+                                               "amule_udp_port",
+                                               "amule_max_conn",
+                                               "amule_auto_connect",
+                                               "amule_enable_obfuscation",
+                                               "amule_outgoing_obfuscation",
+                                               "amule_only_obfuscation",
+                                               "amule_auto_update_server",
+                                               "maxtasks",
+                                               "nzb_server",
+                                               "nzb_port",
+                                               "nzb_auth",
+                                               "nzb_user",
+                                               "nzb_password_en",
+                                               "nzb_numconn",
+                                               "nzb_encryption",
+                                               "nzb_dl_rate",
+                                               "nzb_enable_parchive",
+                                               "nzb_enable_remove_parchive_files",
+                                               "ftpmax_enable",
+                                               "ftpmax",
+                                               "enable_xunlei"};
 
 class SettingConfSetTest : public ::testing::Test {
  protected:
@@ -117,6 +152,20 @@ TEST_F(SettingConfSetTest, AFailedWriteKeepsTheKeysBeforeIt) {
   EXPECT_EQ(file.count("download_http_dl_rate"), 0u);
 }
 
+TEST_F(SettingConfSetTest, AFileThatCannotBePublishedFailsAndIsNotAnnounced) {
+  FakeScheduler scheduler;
+  const DownloadInfo info = Sample();
+  std::filesystem::create_directory(qrix::test::kSettingsConf);
+  EXPECT_EQ(QRIXDLInfoSet(&info), -1);
+  usleep(100000);
+  EXPECT_EQ(scheduler.Read(), (FakeScheduler::Counts{0, 0, 0}));
+  std::filesystem::remove(qrix::test::kSettingsConf);
+  // Lock released, and nothing left staged for the next writer to publish.
+  EXPECT_EQ(VLIBCFileLock(QRIXDL_SETTINGS_LOCK, 0), 0);
+  EXPECT_EQ(VLIBCFileUnlock(QRIXDL_SETTINGS_UNLOCK), 0);
+  EXPECT_FALSE(std::filesystem::exists(qrix::test::kSettingsConf));
+}
+
 TEST_F(SettingConfSetTest, ANeverRunningSchedulerDoesNotFailTheWrite) {
   qrix::test::Remove(QRIXDL_SCHEDULER_PID);
   const DownloadInfo info = Sample();
@@ -159,12 +208,12 @@ TEST_F(SettingConfSetTest, CriticalSectionAsRootOnlyEntersAndLeaves) {
 
 TEST_F(SettingConfSetTest, CriticalSectionRaisesAndRestoresOtherIds) {
   // In a child: it gives up root for ids it can get back (saved ids stay 0).
+  SyslogCapture::Get().Clear();
   const pid_t pid = fork();
   if (pid == 0) {
     if (setresgid(-1, 100, -1) != 0 || setresuid(-1, 65534, -1) != 0) {
       _exit(10);
     }
-    SyslogCapture::Get().Clear();
     {
       QRIXDL::RootCriticalSection root("unit", 20);
       if (geteuid() != 0 || getegid() != 0) {
@@ -174,27 +223,25 @@ TEST_F(SettingConfSetTest, CriticalSectionRaisesAndRestoresOtherIds) {
         _exit(12);
       }
     }
-    if (geteuid() != 65534 || getegid() != 100) {
-      _exit(13);
-    }
-    const std::vector<std::string> want = {
-        "unit:20 WARNING: setresgid(-1, 0, -1)",
-        "unit:20 setresgid: (0, 100, 0) -> (0, 0, 0)",
-        "unit:20 WARNING: setresuid(-1, 0, -1)",
-        "unit:20 setresuid: (0, 65534, 0) -> (0, 0, 0)",
-        "unit:20 ENTERCriticalSection",
-        "unit:21 WARNING: setresuid(-1, 0, -1)",
-        "unit:21 setresuid: (0, 0, 0) -> (0, 0, 0)",
-        "unit:21 setresgid: (0, 0, 0) -> (0, 100, 0)",
-        "unit:21 setresuid: (0, 0, 0) -> (0, 65534, 0)",
-        "unit:21 LEAVECriticalSection",
-    };
-    _exit(AuthLines() == want ? 0 : 14);
+    _exit(geteuid() == 65534 && getegid() == 100 ? 0 : 13);
   }
   int status = 0;
   waitpid(pid, &status, 0);
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 0);
+  const std::vector<std::string> want = {
+      "unit:20 WARNING: setresgid(-1, 0, -1)",
+      "unit:20 setresgid: (0, 100, 0) -> (0, 0, 0)",
+      "unit:20 WARNING: setresuid(-1, 0, -1)",
+      "unit:20 setresuid: (0, 65534, 0) -> (0, 0, 0)",
+      "unit:20 ENTERCriticalSection",
+      "unit:21 WARNING: setresuid(-1, 0, -1)",
+      "unit:21 setresuid: (0, 0, 0) -> (0, 0, 0)",
+      "unit:21 setresgid: (0, 0, 0) -> (0, 100, 0)",
+      "unit:21 setresuid: (0, 0, 0) -> (0, 65534, 0)",
+      "unit:21 LEAVECriticalSection",
+  };
+  EXPECT_EQ(AuthLines(), want);
 }
 
 }  // namespace
