@@ -1,0 +1,31 @@
+#include "host/router.h"
+
+namespace qrix::host {
+
+HttpResponse Route(const HttpRequest& request, const HostCheck& host_check,
+                   const StaticFiles& files, Dispatcher& dispatcher) {
+  const std::string* host = request.Header("host");
+  if (host == nullptr) {
+    return TextResponse(400, "missing Host header");
+  }
+  if (!host_check.HostAllowed(*host)) {
+    return TextResponse(421, "this server does not answer for that host name");
+  }
+  if (request.target.empty() || request.target.front() != '/') {
+    return TextResponse(400, "bad request target");
+  }
+  if (request.Path() != kEntryPath) {
+    return files.Serve(request.method, request.Path());
+  }
+  if (request.method != "GET" && request.method != "POST") {
+    HttpResponse out = TextResponse(405, "method not allowed");
+    out.Add("Allow", "GET, POST");
+    return out;
+  }
+  if (!host_check.OriginAllowed(request.Header("origin"))) {
+    return TextResponse(403, "cross-origin request refused");
+  }
+  return dispatcher.Handle(request);
+}
+
+}  // namespace qrix::host

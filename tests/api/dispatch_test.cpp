@@ -1,0 +1,306 @@
+// The web-API contract over HTTP: every host error code, the parameter encodings, who the
+// module is told is asking, and which APIs ordinary users may call.
+#include <unistd.h>
+
+#include "tests/api/host_fixture.h"
+#include "tests/fixtures/test_module.h"
+#include "tests/support/files.h"
+
+namespace qrix::test {
+namespace {
+
+constexpr const char* kOpenApi = "QRIX.Test.Open";
+constexpr const char* kAdminApi = "QRIX.Test.Admin";
+constexpr const char* kFaultApi = "QRIX.Test.Fault";
+
+class DispatchTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) {
+      return;
+    }
+    server_ = std::make_unique<HostServer>();
+    alice_ = std::make_unique<ApiClient>(*server_);
+    bob_ = std::make_unique<ApiClient>(*server_);
+    ASSERT_TRUE(alice_->Login(kAlice)["success"].asBool());
+    ASSERT_TRUE(bob_->Login(kBob)["success"].asBool());
+  }
+
+  std::unique_ptr<HostServer> server_;
+  std::unique_ptr<ApiClient> alice_;
+  std::unique_ptr<ApiClient> bob_;
+};
+
+enum class Who { kAlice, kBob, kAnonymous, kForgedSession, kNoToken, kWrongToken };
+
+TEST_F(DispatchTest, EachHostErrorHasItsCode) {
+  Json::Value refused(Json::objectValue);
+  refused["name"] = "value";
+  refused["reason"] = "condition";
+  struct Row {
+    const char* label;
+    Who who;
+    Fields fields;
+    Json::Value expected;
+  };
+  const Row rows[] = {
+      {"no api", Who::kAlice, {{"version", "1"}, {"method", "get"}}, ErrorEnvelope(101)},
+      {"no method", Who::kAlice, {{"api", kSettingsApi}, {"version", "1"}}, ErrorEnvelope(101)},
+      {"no version", Who::kAlice, {{"api", kSettingsApi}, {"method", "get"}}, ErrorEnvelope(101)},
+      {"api not text",
+       Who::kAlice,
+       {{"api", "[1]"}, {"version", "1"}, {"method", "get"}},
+       ErrorEnvelope(101)},
+      {"unknown api",
+       Who::kAlice,
+       {{"api", "QRIX.Haulport2.Setting.Nope"}, {"version", "1"}, {"method", "get"}},
+       ErrorEnvelope(102)},
+      {"method of another api",
+       Who::kAlice,
+       {{"api", kSettingsApi}, {"version", "1"}, {"method", "read_progress"}},
+       ErrorEnvelope(103)},
+      {"unsupported version",
+       Who::kAlice,
+       {{"api", kSettingsApi}, {"version", "2"}, {"method", "get"}},
+       ErrorEnvelope(104)},
+      {"version not a number",
+       Who::kAlice,
+       {{"api", kSettingsApi}, {"version", "one"}, {"method", "get"}},
+       ErrorEnvelope(104)},
+      {"ordinary user, admin api",
+       Who::kBob,
+       {{"api", kSettingsApi}, {"version", "1"}, {"method", "get"}},
+       ErrorEnvelope(105)},
+      {"not logged in",
+       Who::kAnonymous,
+       {{"api", kSettingsApi}, {"version", "1"}, {"method", "get"}},
+       ErrorEnvelope(106)},
+      {"made-up session",
+       Who::kForgedSession,
+       {{"api", kSettingsApi}, {"version", "1"}, {"method", "get"}},
+       ErrorEnvelope(106)},
+      {"no token",
+       Who::kNoToken,
+       {{"api", kSettingsApi}, {"version", "1"}, {"method", "get"}},
+       ErrorEnvelope(107)},
+      {"another session's token",
+       Who::kWrongToken,
+       {{"api", kSettingsApi}, {"version", "1"}, {"method", "get"}},
+       ErrorEnvelope(107)},
+      {"exception in the module",
+       Who::kAlice,
+       {{"api", kFaultApi}, {"version", "1"}, {"method", "throw"}},
+       ErrorEnvelope(110)},
+      {"exception in the check",
+       Who::kAlice,
+       {{"api", kFaultApi}, {"version", "1"}, {"method", "check_throws"}},
+       ErrorEnvelope(110)},
+      {"platform error passed up",
+       Who::kAlice,
+       {{"api", kFaultApi}, {"version", "1"}, {"method", "qrix_error"}},
+       ErrorEnvelope(kQrixErrorCode)},
+      {"module set no outcome",
+       Who::kAlice,
+       {{"api", kFaultApi}, {"version", "1"}, {"method", "no_outcome"}},
+       ErrorEnvelope(100)},
+      {"check refused",
+       Who::kAlice,
+       {{"api", kFaultApi}, {"version", "1"}, {"method", "refuse"}},
+       ErrorEnvelope(120, refused)},
+      {"null payload",
+       Who::kBob,
+       {{"api", kOpenApi}, {"version", "1"}, {"method", "empty"}},
+       ParseJson(R"({"success":true})")},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.label);
+    ApiClient client(*server_);
+    switch (row.who) {
+      case Who::kAlice:
+        client = *alice_;
+        break;
+      case Who::kBob:
+        client = *bob_;
+        break;
+      case Who::kAnonymous:
+        break;
+      case Who::kForgedSession:
+        client.session_id = std::string(64, 'a');
+        client.token = alice_->token;
+        break;
+      case Who::kNoToken:
+        client.session_id = alice_->session_id;
+        break;
+      case Who::kWrongToken:
+        client.session_id = alice_->session_id;
+        client.token = bob_->token;
+        break;
+    }
+    const HttpReply reply = client.Send(client.Post(FormEncode(row.fields)));
+    EXPECT_EQ(reply.status, 200);
+    EXPECT_EQ(reply.Header("content-type"), "application/json");
+    EXPECT_EQ(ParseJson(reply.body), row.expected) << reply.body;
+  }
+  EXPECT_NE(::access(kEntryRanFile, F_OK), 0) << "an entry ran although its check refused";
+  EXPECT_TRUE(
+      LogContains("module exception in QRIX.Test.Fault v1 throw: test module: thrown on purpose"));
+  EXPECT_TRUE(LogContains(
+      "module exception in QRIX.Test.Fault v1 check_throws: test module: check thrown on "
+      "purpose"));
+  EXPECT_TRUE(LogContains(
+      "module error in QRIX.Test.Fault v1 qrix_error: error 1207: test module: folder not usable"));
+}
+
+TEST_F(DispatchTest, ParameterValuesAreJsonTextOrElsePlainText) {
+  struct Row {
+    const char* name;
+    std::string sent;
+    Json::Value expected;
+  };
+  Json::Value list(Json::arrayValue);
+  list.append("a");
+  list.append("b");
+  // The value rules themselves are unit-tested; here: that both carriers apply them.
+  const Row rows[] = {
+      {"tcp_port", "6881", 6881},
+      {"enable_dht", "true", true},
+      {"share_folders", R"(["a","b"])", list},
+      {"encrypt", "auto", "auto"},
+      {"quoted", "\"auto\"", "auto"},
+      {"empty", "", ""},
+      {"broken_json", "[1,", "[1,"},
+      {"form_specials", "a b&c=d+e%", "a b&c=d+e%"},
+      {"unicode", "\"\xc3\xa9t\xc3\xa9\"", "\xc3\xa9t\xc3\xa9"},
+  };
+  Fields fields = {{"api", kOpenApi}, {"version", "1"}, {"method", "echo"}};
+  for (const Row& row : rows) {
+    fields.emplace_back(row.name, row.sent);
+  }
+  // The same fields as a form body and as a query string.
+  const Json::Value from_body = ParseJson(bob_->Send(bob_->Post(FormEncode(fields))).body);
+  HttpCall get = bob_->Post("");
+  get.method = "GET";
+  get.url += "?" + FormEncode(fields);
+  const Json::Value from_query = ParseJson(bob_->Send(get).body);
+  for (const Json::Value* answer : {&from_body, &from_query}) {
+    ASSERT_TRUE((*answer)["success"].asBool()) << *answer;
+    const Json::Value& params = (*answer)["data"]["params"];
+    EXPECT_EQ(params.size(), std::size(rows)) << params;
+    for (const Row& row : rows) {
+      EXPECT_EQ(params[row.name], row.expected) << row.name << " sent as " << row.sent;
+    }
+    EXPECT_FALSE(params.isMember("api") || params.isMember("version") || params.isMember("method"));
+  }
+
+  // A JSON body carries the same call in one object.
+  HttpCall json =
+      bob_->Post(R"({"api":"QRIX.Test.Open","version":1,"method":"echo",)"
+                 R"("params":{"tcp_port":6881,"share_folders":["a","b"],"encrypt":"auto"}})");
+  json.headers.push_back("Content-Type: application/json; charset=utf-8");
+  const Json::Value from_json = ParseJson(bob_->Send(json).body);
+  ASSERT_TRUE(from_json["success"].asBool()) << from_json;
+  EXPECT_EQ(from_json["data"]["params"],
+            ParseJson(R"({"tcp_port":6881,"share_folders":["a","b"],"encrypt":"auto"})"));
+
+  struct BadBody {
+    const char* label;
+    const char* content_type;
+    const char* body;
+    int status;
+    Json::Value expected;
+  };
+  const BadBody bad[] = {
+      {"not JSON", "application/json", "{\"api\":", 200, ErrorEnvelope(101)},
+      {"JSON but no object", "application/json", "[1,2]", 200, ErrorEnvelope(101)},
+      {"params not an object", "application/json",
+       R"({"api":"QRIX.Test.Open","version":1,"method":"echo","params":[1]})", 200,
+       ErrorEnvelope(101)},
+      {"unsupported type", "text/plain", "api=QRIX.Test.Open", 415, Json::Value()},
+  };
+  for (const BadBody& row : bad) {
+    SCOPED_TRACE(row.label);
+    HttpCall call = bob_->Post(row.body);
+    call.headers.push_back(std::string("Content-Type: ") + row.content_type);
+    const HttpReply reply = bob_->Send(call);
+    EXPECT_EQ(reply.status, row.status);
+    if (row.status == 200) {
+      EXPECT_EQ(ParseJson(reply.body), row.expected) << reply.body;
+    }
+  }
+}
+
+TEST_F(DispatchTest, TheModuleIsToldWhoAsksInWhichLanguage) {
+  struct Row {
+    const char* accept_language;  // null: no header
+    const char* lang_cookie;      // null: no cookie
+    const char* expected;
+  };
+  // The mapping itself is unit-tested; here: that both headers reach it.
+  const Row rows[] = {
+      {nullptr, nullptr, "enu"},
+      {"fr-FR,fr;q=0.9,en;q=0.8", nullptr, "fra"},
+      {"fr", "jpn", "jpn"},
+      {"pt-BR", "klingon", "ptb"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.accept_language ? row.accept_language : "(none)") + " / " +
+                 (row.lang_cookie ? row.lang_cookie : "(none)"));
+    ApiClient client = *bob_;
+    if (row.lang_cookie != nullptr) {
+      client.extra_cookies = std::string("lang=") + row.lang_cookie;
+    }
+    HttpCall call =
+        client.Post(FormEncode({{"api", kOpenApi}, {"version", "1"}, {"method", "echo"}}));
+    if (row.accept_language != nullptr) {
+      call.headers.push_back(std::string("Accept-Language: ") + row.accept_language);
+    }
+    const Json::Value answer = ParseJson(client.Send(call).body);
+    EXPECT_EQ(answer["data"]["language"], row.expected) << answer;
+  }
+
+  const Json::Value bob = bob_->Call(kOpenApi, "echo")["data"];
+  EXPECT_EQ(bob["user"], "bob");
+  EXPECT_EQ(bob["uid"].asUInt(), kBob.uid);
+  EXPECT_EQ(bob["admin"], false);
+  EXPECT_EQ(bob["api"], kOpenApi);
+  EXPECT_EQ(bob["version"], 1);
+  EXPECT_EQ(bob["method"], "echo");
+}
+
+TEST_F(DispatchTest, OrdinaryUsersReachOnlyTheApisThePolicyOpens) {
+  struct Row {
+    const ApiClient* client;
+    const char* api;
+    const char* method;
+    bool allowed;
+  };
+  const Row rows[] = {
+      {bob_.get(), kOpenApi, "echo", true},      {bob_.get(), kAdminApi, "echo", false},
+      {bob_.get(), kSettingsApi, "get", false},  {bob_.get(), kFaultApi, "throw", false},
+      {alice_.get(), kOpenApi, "echo", true},    {alice_.get(), kAdminApi, "echo", true},
+      {alice_.get(), kSettingsApi, "get", true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.client == bob_.get() ? "bob " : "alice ") + row.api);
+    ApiClient client = *row.client;
+    const Json::Value answer = client.Call(row.api, row.method);
+    if (row.allowed) {
+      EXPECT_TRUE(answer["success"].asBool()) << answer;
+    } else {
+      EXPECT_EQ(answer, ErrorEnvelope(105));
+    }
+  }
+  EXPECT_EQ(alice_->Call(kAdminApi, "echo")["data"]["admin"], true);
+}
+
+TEST_F(DispatchTest, EveryRequestIsServedByAFreshProcess) {
+  const Json::Value first = bob_->Call(kOpenApi, "echo");
+  const Json::Value second = bob_->Call(kOpenApi, "echo");
+  ASSERT_TRUE(first["success"].asBool() && second["success"].asBool());
+  EXPECT_NE(first["data"]["pid"], second["data"]["pid"]);
+  EXPECT_NE(first["data"]["pid"].asInt(), server_->Pid());
+}
+
+}  // namespace
+}  // namespace qrix::test

@@ -1,0 +1,346 @@
+#include "tests/api/host_fixture.h"
+
+#include <crypt.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include "platform/vlibc/unique_fd.h"
+#include "tests/support/files.h"
+#include "tests/support/syslog_capture.h"
+
+namespace qrix::test {
+namespace {
+
+constexpr int kStartMs = 10'000;
+
+std::string ShadowHash(const char* password) {
+  char setting[CRYPT_GENSALT_OUTPUT_SIZE];
+  if (crypt_gensalt_rn("$6$", 0, nullptr, 0, setting, sizeof setting) == nullptr) {
+    throw std::runtime_error("crypt_gensalt_rn failed");
+  }
+  crypt_data data{};
+  const char* hash = crypt_r(password, setting, &data);
+  if (hash == nullptr || hash[0] == '*') {
+    throw std::runtime_error("crypt_r failed");
+  }
+  return hash;
+}
+
+// The account files are bind mounts: they are appended to and rewritten in place, never
+// replaced.
+void AppendLine(const char* path, const std::string& line) {
+  std::ofstream out(path, std::ios::app);
+  out << line << "\n";
+  if (!out) {
+    throw std::runtime_error(std::string("cannot append to ") + path);
+  }
+}
+
+void AddToGroup(const char* group, const std::string& user) {
+  std::istringstream in(ReadText("/etc/group"));
+  std::string text;
+  std::string line;
+  while (std::getline(in, line)) {
+    if (line.rfind(std::string(group) + ":", 0) == 0) {
+      line += (line.back() == ':' ? "" : ",") + user;
+    }
+    text += line + "\n";
+  }
+  std::ofstream out("/etc/group", std::ios::trunc);
+  out << text;
+}
+
+void AddAccount(const TestAccount& account) {
+  AppendLine("/etc/passwd", std::string(account.name) + ":x:" + std::to_string(account.uid) +
+                                ":100::/nonexistent:/usr/sbin/nologin");
+  AppendLine("/etc/shadow", std::string(account.name) + ":" + ShadowHash(account.password) +
+                                ":19000:0:99999:7:::");
+  if (account.admin) {
+    AddToGroup("administrators", account.name);
+  }
+}
+
+std::mutex g_log_mutex;
+
+class AccountsEnvironment : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    if (::geteuid() != 0) {
+      return;  // HostTest skips every test
+    }
+    SyslogCapture::Get();  // own /dev/log before any server opens its log
+    drain_ = std::thread([this] {
+      while (!stop_) {
+        {
+          const std::lock_guard<std::mutex> lock(g_log_mutex);
+          SyslogCapture::Get().Count("");  // reads what arrived
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      }
+    });
+    for (const TestAccount& account : {kAlice, kBob, kCarol, kDave}) {
+      AddAccount(account);
+    }
+  }
+  void TearDown() override {
+    stop_ = true;
+    if (drain_.joinable()) {
+      drain_.join();
+    }
+  }
+
+ private:
+  std::atomic<bool> stop_{false};
+  std::thread drain_;
+};
+
+[[maybe_unused]] ::testing::Environment* const kAccounts =
+    ::testing::AddGlobalTestEnvironment(new AccountsEnvironment);
+
+int ReadPort(const std::string& output) {
+  const size_t at = output.find("listening on http://127.0.0.1:");
+  if (at == std::string::npos) {
+    return 0;
+  }
+  return std::atoi(output.c_str() + at + std::string_view("listening on http://127.0.0.1:").size());
+}
+
+std::string CookieOf(const HttpReply& reply, const std::string& name) {
+  for (const auto& [key, value] : reply.headers) {
+    if (key == "set-cookie" && value.rfind(name + "=", 0) == 0) {
+      return value.substr(name.size() + 1, value.find(';') - name.size() - 1);
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+HostServer::HostServer(std::vector<std::string> extra_args) {
+  static int started = 0;
+  const std::string output = "/tmp/qrix-webapi." + std::to_string(++started) + ".out";
+  Remove(output);
+  std::vector<std::string> args = {QRIX_WEBAPI, "--module",       QRIX_SETTING_MODULE,
+                                   "--module",  QRIX_TEST_MODULE, "--port",
+                                   "0",         "--workers",      "2"};
+  args.insert(args.end(), extra_args.begin(), extra_args.end());
+  // posix_spawn, not fork: the test process runs a thread.
+  std::vector<char*> argv;
+  for (std::string& arg : args) {
+    argv.push_back(arg.data());
+  }
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(),
+                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  const int spawned = ::posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (spawned != 0) {
+    pid_ = -1;
+    throw std::runtime_error("cannot start qrix-webapi: " + std::string(std::strerror(spawned)));
+  }
+  for (int waited = 0; waited < kStartMs && port_ == 0; waited += 10) {
+    int status = 0;
+    if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+      pid_ = -1;
+      throw std::runtime_error("qrix-webapi ended at start-up: " + ReadText(output));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    port_ = ReadPort(ReadText(output));
+  }
+  if (port_ == 0) {
+    Stop();
+    throw std::runtime_error("qrix-webapi did not start listening");
+  }
+}
+
+HostServer::~HostServer() {
+  if (pid_ > 0) {
+    EXPECT_EQ(Stop(), 0) << "qrix-webapi did not end cleanly";
+  }
+}
+
+std::string HostServer::Url(std::string_view path) const {
+  return "http://127.0.0.1:" + std::to_string(port_) + std::string(path);
+}
+
+bool HostServer::Running() const {
+  return pid_ > 0 && ::kill(pid_, 0) == 0;
+}
+
+int HostServer::Stop() {
+  if (pid_ <= 0) {
+    return -1;
+  }
+  ::kill(pid_, SIGTERM);
+  int status = 0;
+  ::waitpid(pid_, &status, 0);
+  pid_ = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+ApiClient::ApiClient(const HostServer& server, std::string local_address)
+    : url_(server.Url()), local_address_(std::move(local_address)) {}
+
+HttpCall ApiClient::Post(const std::string& form) const {
+  HttpCall call;
+  call.method = "POST";
+  call.url = url_;
+  call.body = form;
+  call.local_address = local_address_;
+  std::string cookies;
+  if (!session_id.empty()) {
+    cookies = "qrix_sid=" + session_id;
+  }
+  if (!extra_cookies.empty()) {
+    cookies += (cookies.empty() ? "" : "; ") + extra_cookies;
+  }
+  if (!cookies.empty()) {
+    call.headers.push_back("Cookie: " + cookies);
+  }
+  if (!token.empty()) {
+    call.headers.push_back("X-QRIX-Token: " + token);
+  }
+  return call;
+}
+
+Json::Value ApiClient::Login(const std::string& account, const std::string& password) {
+  const HttpReply reply = Send(Post(FormEncode({{"api", "QRIX.API.Auth"},
+                                                {"method", "login"},
+                                                {"account", account},
+                                                {"passwd", password}})));
+  const Json::Value envelope = ParseJson(reply.body);
+  if (envelope["success"].asBool()) {
+    session_id = CookieOf(reply, "qrix_sid");
+    token = envelope["data"]["token"].asString();
+  }
+  return envelope;
+}
+
+Json::Value ApiClient::Logout() {
+  return ParseJson(Send(Post(FormEncode({{"api", "QRIX.API.Auth"}, {"method", "logout"}}))).body);
+}
+
+Json::Value ApiClient::Call(const std::string& api, const std::string& method, const Fields& params,
+                            const std::string& version) {
+  Fields fields = {{"api", api}, {"version", version}, {"method", method}};
+  fields.insert(fields.end(), params.begin(), params.end());
+  return ParseJson(Send(Post(FormEncode(fields))).body);
+}
+
+void HostTest::SetUp() {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "needs root inside the sandbox (account files, PAM)";
+  }
+}
+
+Json::Value ParseJson(const std::string& text) {
+  Json::CharReaderBuilder builder;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  Json::Value out;
+  std::string errors;
+  if (!reader->parse(text.data(), text.data() + text.size(), &out, &errors)) {
+    return Json::Value();
+  }
+  return out;
+}
+
+Json::Value ErrorEnvelope(int code, const Json::Value& errors) {
+  Json::Value out(Json::objectValue);
+  out["success"] = false;
+  out["error"]["code"] = code;
+  if (!errors.isNull()) {
+    out["errors"] = errors;
+  }
+  return out;
+}
+
+UniqueFd ConnectTo(int port) {
+  UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    return UniqueFd();
+  }
+  return fd;
+}
+
+std::string RawExchange(int port, std::string_view bytes) {
+  UniqueFd fd = ConnectTo(port);
+  if (!fd.Valid()) {
+    return "(connect failed)";
+  }
+  while (!bytes.empty()) {
+    const ssize_t n = ::send(fd.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (n <= 0) {
+      break;  // the server may answer and close before taking everything
+    }
+    bytes.remove_prefix(static_cast<size_t>(n));
+  }
+  std::string reply;
+  char buf[4096];
+  for (;;) {
+    pollfd p{fd.Get(), POLLIN, 0};
+    if (::poll(&p, 1, 10'000) <= 0) {
+      break;
+    }
+    const ssize_t n = ::recv(fd.Get(), buf, sizeof buf, 0);
+    if (n <= 0) {
+      break;
+    }
+    reply.append(buf, static_cast<size_t>(n));
+  }
+  return reply;
+}
+
+bool WaitForFile(const std::string& path, int ms) {
+  for (int waited = 0; waited < ms; waited += 10) {
+    if (::access(path.c_str(), F_OK) == 0) {
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return ::access(path.c_str(), F_OK) == 0;
+}
+
+bool LogContains(const std::string& text) {
+  const std::lock_guard<std::mutex> lock(g_log_mutex);
+  return SyslogCapture::Get().Contains(text);
+}
+
+bool WaitForLog(const std::string& text, int ms) {
+  for (int waited = 0; waited < ms; waited += 10) {
+    if (LogContains(text)) {
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return LogContains(text);
+}
+
+void ClearLog() {
+  const std::lock_guard<std::mutex> lock(g_log_mutex);
+  SyslogCapture::Get().Clear();
+}
+
+}  // namespace qrix::test

@@ -1,0 +1,110 @@
+// What the API tests stand on: accounts in the sandbox, a real qrix-webapi on a free loopback
+// port serving the settings module and the test module, and a client that logs in and calls.
+#ifndef HAULPORT_TESTS_API_HOST_FIXTURE_H_
+#define HAULPORT_TESTS_API_HOST_FIXTURE_H_
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <sys/types.h>
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/vlibc/unique_fd.h"
+#include "tests/support/http_client.h"
+
+namespace qrix::test {
+
+struct TestAccount {
+  const char* name;
+  const char* password;
+  uid_t uid;
+  bool admin;  // member of "administrators"
+};
+
+inline constexpr TestAccount kAlice{"alice", "alice-Secret-1", 2001, true};
+inline constexpr TestAccount kBob{"bob", "bob Secret 2", 2002, false};
+inline constexpr TestAccount kCarol{"carol", "carol-Secret-3", 2003, false};
+// A password that reads as a JSON number when sent bare.
+inline constexpr TestAccount kDave{"dave", "31415926", 2004, false};
+
+inline constexpr const char* kSettingsApi = "QRIX.Haulport2.Setting.FtpHttp";
+inline constexpr const char* kSessionDir = "/run/qrix/webapi/sessions";
+
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+// A running qrix-webapi. Stopped (and expected to end cleanly) when destroyed.
+class HostServer {
+ public:
+  // Serves the settings module and the test module on a free port, with `extra_args`.
+  explicit HostServer(std::vector<std::string> extra_args = {});
+  HostServer(const HostServer&) = delete;
+  HostServer& operator=(const HostServer&) = delete;
+  ~HostServer();
+
+  int Port() const { return port_; }
+  pid_t Pid() const { return pid_; }
+  std::string Url(std::string_view path = "/webapi/entry.cgi") const;
+  bool Running() const;
+  // Sends SIGTERM and waits: the exit status, or 128 + the signal that ended it.
+  int Stop();
+
+ private:
+  pid_t pid_ = -1;
+  int port_ = 0;
+};
+
+class ApiClient {
+ public:
+  explicit ApiClient(const HostServer& server, std::string local_address = "");
+
+  // Logs in and keeps the session cookie and the token on success. Returns the envelope.
+  Json::Value Login(const std::string& account, const std::string& password);
+  Json::Value Login(const TestAccount& account) { return Login(account.name, account.password); }
+  Json::Value Logout();
+  // Posts a form call with the session cookie and token. Returns the envelope.
+  Json::Value Call(const std::string& api, const std::string& method, const Fields& params = {},
+                   const std::string& version = "1");
+  // A POST of `form` to the entry, carrying the session cookie and token.
+  HttpCall Post(const std::string& form) const;
+  HttpReply Send(const HttpCall& call) const { return Perform(call); }
+
+  std::string session_id;
+  std::string token;
+  std::string extra_cookies;  // appended to the Cookie header, e.g. "lang=fra"
+
+ private:
+  std::string url_;
+  std::string local_address_;
+};
+
+// Base of the API tests: skips unless the sandbox gives root, which the account files and PAM
+// need.
+class HostTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+};
+
+// The parsed body, or null when it is not JSON.
+Json::Value ParseJson(const std::string& text);
+// {"success":false,"error":{"code":N}} (plus "errors" when given).
+Json::Value ErrorEnvelope(int code, const Json::Value& errors = Json::Value());
+// A TCP connection to the server on loopback (invalid when refused).
+UniqueFd ConnectTo(int port);
+// Sends raw bytes to the server and returns everything it sends back until it closes.
+std::string RawExchange(int port, std::string_view bytes);
+// Waits up to `ms` for `path` to exist.
+bool WaitForFile(const std::string& path, int ms = 5000);
+
+// The servers' syslog lines. A thread keeps reading /dev/log: a reader that paused would fill
+// the socket's short queue and block the server inside syslog().
+bool LogContains(const std::string& text);
+// Waits up to `ms` for a line containing `text`.
+bool WaitForLog(const std::string& text, int ms = 3000);
+void ClearLog();
+
+}  // namespace qrix::test
+
+#endif  // HAULPORT_TESTS_API_HOST_FIXTURE_H_

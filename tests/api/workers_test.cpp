@@ -1,0 +1,127 @@
+// One process per request: a failing request costs only itself, the response goes out before
+// the module's callbacks run, and the scheduler hears of each change once per request.
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "tests/api/host_fixture.h"
+#include "tests/fixtures/test_module.h"
+#include "tests/support/fake_scheduler.h"
+#include "tests/support/files.h"
+
+namespace qrix::test {
+namespace {
+
+constexpr const char* kFaultApi = "QRIX.Test.Fault";
+
+class WorkersTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    Remove(kReleaseFile);
+    Remove(kCallbackDoneFile);
+  }
+};
+
+TEST_F(WorkersTest, AFailingRequestCostsOnlyItself) {
+  HostServer server({"--request-timeout", "2"});
+  ApiClient alice(server);
+  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+  struct Row {
+    const char* method;
+    const char* logged;  // what the master writes about the worker
+  };
+  const Row rows[] = {
+      {"crash", "ended by signal 11 (Segmentation fault)"},
+      {"hang", "exceeded the request time limit of 2 s"},
+      {"throw", nullptr},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.method);
+    ClearLog();
+    EXPECT_EQ(alice.Call(kFaultApi, row.method), ErrorEnvelope(110));
+    if (row.logged != nullptr) {
+      // The master logs once it has reaped the worker, which may be just after the answer.
+      EXPECT_TRUE(WaitForLog(row.logged)) << row.logged;
+    }
+    EXPECT_TRUE(server.Running());
+    EXPECT_TRUE(alice.Call("QRIX.Test.Open", "echo")["success"].asBool())
+        << "the server must go on serving";
+  }
+}
+
+TEST_F(WorkersTest, CallbacksRunOnlyAfterTheResponseWasSent) {
+  HostServer server;
+  ApiClient alice(server);
+  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+  // The callback waits for the release file: had the host run it before answering, this
+  // call would not return before the callback gave up waiting, and its mark would be there.
+  EXPECT_EQ(alice.Call(kFaultApi, "callback"), ParseJson(R"({"success":true})"));
+  EXPECT_NE(::access(kCallbackDoneFile, F_OK), 0);
+  WriteText(kReleaseFile, "go\n");
+  EXPECT_TRUE(WaitForFile(kCallbackDoneFile));
+}
+
+TEST_F(WorkersTest, StopWaitsForBusyWorkersToFinish) {
+  auto server = std::make_unique<HostServer>();
+  ApiClient alice(*server);
+  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+  ASSERT_TRUE(alice.Call(kFaultApi, "callback")["success"].asBool());
+  // The worker now waits in its callback; the master is asked to stop meanwhile.
+  auto stopped = std::async(std::launch::async, [&server] { return server->Stop(); });
+  EXPECT_EQ(stopped.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout)
+      << "the master stopped before its busy worker finished";
+  WriteText(kReleaseFile, "go\n");
+  EXPECT_EQ(stopped.get(), 0);
+  EXPECT_EQ(::access(kCallbackDoneFile, F_OK), 0) << "the busy worker was cut short";
+}
+
+class FtpHttpTest : public HostTest {};
+
+TEST_F(FtpHttpTest, SetWritesTheFileAndSignalsTheSchedulerOncePerRequest) {
+  WriteSettings("download_ftpmax=\"3\"\nbt_max_peer=\"50\"\n");
+  FakeScheduler scheduler;
+  HostServer server;
+  ApiClient alice(server);
+  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+
+  EXPECT_EQ(alice.Call(kSettingsApi, "set",
+                       {{"ftp_max_conn", "7"},
+                        {"enable_ftp_max_conn", "false"},
+                        {"ftp_http_max_download_rate", "300"}}),
+            ParseJson(R"({"success":true})"));
+  const ParsedKv file = ParseKvStrict(ReadText(kSettingsConf));
+  ASSERT_TRUE(file.ok) << file.bad_line;
+  EXPECT_EQ(file.values, (std::map<std::string, std::string>{{"download_ftpmax", "7"},
+                                                             {"download_ftpmax_enable", "no"},
+                                                             {"download_http_dl_rate", "300"},
+                                                             {"bt_max_peer", "50"}}));
+  EXPECT_EQ(scheduler.WaitFor({1, 0, 0}), (FakeScheduler::Counts{1, 0, 0}));
+
+  EXPECT_EQ(alice.Call(kSettingsApi, "get"),
+            ParseJson(R"({"success":true,"data":{"enable_ftp_max_conn":false,)"
+                      R"("ftp_max_conn":7,"ftp_http_max_download_rate":300}})"));
+
+  // A second change in a second request: the scheduler hears again, which a long-lived
+  // process (whose callbacks run once per process) would not do.
+  EXPECT_TRUE(
+      alice.Call(kSettingsApi, "set", {{"enable_ftp_max_conn", "true"}})["success"].asBool());
+  EXPECT_EQ(ReadSettings()["download_ftpmax_enable"], "yes");
+  EXPECT_EQ(scheduler.WaitFor({2, 0, 0}), (FakeScheduler::Counts{2, 0, 0}));
+
+  // A refused value writes nothing and signals nobody.
+  Json::Value refused(Json::objectValue);
+  refused["name"] = "ftp_max_conn";
+  refused["reason"] = "condition";
+  const std::string before = ReadText(kSettingsConf);
+  EXPECT_EQ(alice.Call(kSettingsApi, "set", {{"ftp_max_conn", "0"}}), ErrorEnvelope(120, refused));
+  EXPECT_EQ(ReadText(kSettingsConf), before);
+  EXPECT_EQ(alice.Call("QRIX.Test.Open", "echo")["success"], true);  // a later request
+  EXPECT_EQ(scheduler.Read(), (FakeScheduler::Counts{2, 0, 0}));
+}
+
+}  // namespace
+}  // namespace qrix::test

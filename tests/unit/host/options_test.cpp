@@ -1,0 +1,83 @@
+#include "host/options.h"
+
+#include <gtest/gtest.h>
+
+namespace qrix::host {
+namespace {
+
+ParseStatus Parse(std::vector<const char*> args, HostOptions* out, std::string* error) {
+  return ParseOptions(std::span<const char* const>(args.data(), args.size()), out, error);
+}
+
+TEST(OptionsTest, AcceptsTheDocumentedCommandLine) {
+  HostOptions o;
+  std::string error;
+  ASSERT_EQ(Parse({"--module",
+                   "/m/a.so",
+                   "--module=/m/b.so",
+                   "--ui",
+                   "/srv/ui",
+                   "--listen",
+                   "::1",
+                   "--port",
+                   "0",
+                   "--workers=3",
+                   "--session-dir",
+                   "/run/s",
+                   "--idle-timeout",
+                   "60",
+                   "--request-timeout",
+                   "5",
+                   "--read-timeout",
+                   "2",
+                   "--host-name",
+                   "nas.local",
+                   "--login-max-failures",
+                   "3"},
+                  &o, &error),
+            ParseStatus::kRun)
+      << error;
+  EXPECT_EQ(o.modules, (std::vector<std::string>{"/m/a.so", "/m/b.so"}));
+  EXPECT_EQ(o.ui_dir, "/srv/ui");
+  EXPECT_EQ(o.listen, "::1");
+  EXPECT_EQ(o.port, 0);
+  EXPECT_EQ(o.workers, 3);
+  EXPECT_EQ(o.session_dir, "/run/s");
+  EXPECT_EQ(o.idle_timeout, 60);
+  EXPECT_EQ(o.request_timeout, 5);
+  EXPECT_EQ(o.read_timeout, 2);
+  EXPECT_EQ(o.host_names, (std::vector<std::string>{"nas.local"}));
+  EXPECT_EQ(o.login_max_failures, 3);
+  EXPECT_EQ(o.login_max_failures_per_address, 20) << "defaults stay";
+}
+
+TEST(OptionsTest, RefusesBadCommandLinesWithAReason) {
+  struct Row {
+    std::vector<const char*> args;
+    const char* reason;
+  };
+  const Row rows[] = {
+      {{}, "no --module given"},
+      {{"--port", "80"}, "no --module given"},
+      {{"--module", "m.so", "--port", "65536"}, "--port: expected a whole number from 0 to 65535"},
+      {{"--module", "m.so", "--port", "8o"}, "--port: expected a whole number"},
+      {{"--module", "m.so", "--workers", "0"}, "--workers: expected a whole number from 1"},
+      {{"--module", "m.so", "--idle-timeout", "-5"}, "--idle-timeout: expected"},
+      {{"--module", "m.so", "--port"}, "--port needs a value"},
+      {{"--module", "m.so", "--colour", "red"}, "unknown option --colour"},
+      {{"--module", "m.so", "stray"}, "unexpected argument \"stray\""},
+      {{"--module="}, "--module: empty value"},
+  };
+  for (const Row& row : rows) {
+    HostOptions o;
+    std::string error;
+    EXPECT_EQ(Parse(row.args, &o, &error), ParseStatus::kBad) << row.reason;
+    EXPECT_EQ(error.rfind(row.reason, 0), 0u) << error;
+  }
+  HostOptions o;
+  std::string error;
+  EXPECT_EQ(Parse({"--help"}, &o, &error), ParseStatus::kHelp);
+}
+
+}  // namespace
+}  // namespace qrix::host
