@@ -1,0 +1,229 @@
+#!/usr/bin/env bash
+# A settings "get" over HTTP, a new connection per request, on three servers: our FtpHttp get
+# (the demo's host), Transmission's session-get and qBittorrent's app/preferences. Each server
+# runs alone on 127.0.0.1 with a private config directory, pinned to CPU 0; the load generator
+# (http_load) runs pinned to the same CPU, then to CPU 1. Idle CPUs wake slowly on this kind of
+# machine, so pinning is what makes the figures measure the servers.
+#
+#   bench/http/compare_get.sh [--requests N] [--only ours|transmission|qbittorrent]...
+#
+# Needs: the release build (scripts/run, or QRIX_BUILD_DIR) with target http_load, and the
+# peers (scripts/bootstrap --bench). Prints p50/p99 latency and requests per second at 1 and 16
+# clients for each system and pinning, then the ratios against ours.
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/../.." && pwd)
+build=${QRIX_BUILD_DIR:-$root/build/release}
+load=$build/bench/http/http_load
+requests=2000
+warmup=200
+systems=()
+
+die() { echo "compare_get: $*" >&2; exit 2; }
+
+while (($#)); do
+  case $1 in
+    --requests) (($# >= 2)) || die "--requests needs a number"; requests=$2; shift 2 ;;
+    --only)
+      [[ ${2:-} =~ ^(ours|transmission|qbittorrent)$ ]] || die "--only takes ours, transmission or qbittorrent"
+      systems+=("$2"); shift 2 ;;
+    *) die "unknown option $1 (usage: compare_get.sh [--requests N] [--only SYSTEM]...)" ;;
+  esac
+done
+[[ $requests =~ ^[0-9]+$ ]] && ((requests > 0)) || die "--requests must be a positive number"
+((${#systems[@]})) || systems=(ours transmission qbittorrent)
+
+[[ -x $load ]] || die "$load is missing: cmake --build $build --target http_load"
+for tool in transmission-daemon qbittorrent-nox curl python3 taskset; do
+  command -v "$tool" >/dev/null || die "$tool is missing: run scripts/bootstrap --bench"
+done
+(($(nproc) >= 2)) || die "needs two CPUs to compare same-CPU and cross-CPU figures"
+
+server_cpu=0
+work=$(mktemp -d "${TMPDIR:-/tmp}/compare-get.XXXXXX")
+server_pid=""
+
+stop_server() {
+  if [[ -n $server_pid ]]; then
+    kill -TERM "$server_pid" 2>/dev/null || true
+    for _ in $(seq 100); do kill -0 "$server_pid" 2>/dev/null || break; sleep 0.1; done
+    kill -KILL "$server_pid" 2>/dev/null || true
+    wait "$server_pid" 2>/dev/null || true
+    server_pid=""
+  fi
+}
+cleanup() {
+  stop_server
+  rm -rf "$work"
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+free_port() {
+  python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
+}
+
+# Waits until something accepts connections on the port, or the server has died.
+wait_port() {
+  local port=$1 log=$2
+  for _ in $(seq 300); do
+    if (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then return 0; fi
+    kill -0 "$server_pid" 2>/dev/null || { cat "$log" >&2; die "the server ended at start"; }
+    sleep 0.1
+  done
+  cat "$log" >&2
+  die "nothing listens on 127.0.0.1:$port"
+}
+
+declare -A result
+# measure SYSTEM PORT ARGS...: runs the four configurations against the running server.
+measure() {
+  local system=$1 port=$2
+  shift 2
+  local mode cpu clients n line
+  for mode in same cross; do
+    if [[ $mode == same ]]; then cpu=$server_cpu; else cpu=1; fi
+    for clients in 1 16; do
+      n=$requests
+      ((clients == 1)) || n=$((requests * 2))
+      line=$(taskset -c "$cpu" "$load" --port "$port" --clients "$clients" --requests "$n" \
+        --warmup "$warmup" --max-seconds 300 "$@") || die "$system ($mode, $clients): $line"
+      result[$system,$mode,$clients]=$line
+      printf '  %-5s CPU, %2d clients: %s\n' "$mode" "$clients" "$line"
+    done
+  done
+}
+
+field() {  # field KEY LINE
+  sed -n "s/.*\b$1=\([0-9.]*\).*/\1/p" <<<"$2"
+}
+
+run_ours() {
+  local port state pw token sid
+  port=$(free_port)
+  state=$work/ours
+  echo "ours: FtpHttp get on 127.0.0.1:$port"
+  QRIX_BUILD_DIR=$build taskset -c "$server_cpu" "$root/scripts/demo" --state "$state" \
+    --port "$port" >"$work/ours.log" 2>&1 &
+  server_pid=$!
+  wait_port "$port" "$work/ours.log"
+  pw=$(python3 -c 'import json, sys; print(next(l["passwd"] for l in json.load(open(sys.argv[1])) if l["admin"]))' \
+    "$state/demo-logins.json")
+  token=$(curl -sf -c "$work/jar" "http://127.0.0.1:$port/webapi/entry.cgi" \
+    --data 'api=QRIX.API.Auth&version=1&method=login' --data-urlencode 'account="admin"' \
+    --data-urlencode "passwd=\"$pw\"" |
+    python3 -c 'import json, sys; print(json.load(sys.stdin)["data"]["token"])') ||
+    die "ours: login failed"
+  sid=$(awk '$6 == "qrix_sid" { print $7 }' "$work/jar")
+  measure ours "$port" --method POST --path /webapi/entry.cgi \
+    --header 'Content-Type: application/x-www-form-urlencoded' \
+    --header "Cookie: qrix_sid=$sid" --header "X-QRIX-Token: $token" \
+    --body 'api=QRIX.Haulport2.Setting.FtpHttp&version=1&method=get' --expect '"success":true'
+  stop_server
+}
+
+run_transmission() {
+  local port dir sid
+  port=$(free_port)
+  dir=$work/transmission
+  mkdir -p "$dir/downloads"
+  # Nothing that reaches past loopback: no DHT, LPD, uTP, PEX or port mapping.
+  cat >"$dir/settings.json" <<EOF
+{
+  "rpc-enabled": true, "rpc-bind-address": "127.0.0.1", "rpc-port": $port,
+  "rpc-whitelist-enabled": true, "rpc-whitelist": "127.0.0.1",
+  "rpc-authentication-required": false,
+  "dht-enabled": false, "lpd-enabled": false, "utp-enabled": false, "pex-enabled": false,
+  "port-forwarding-enabled": false, "blocklist-enabled": false,
+  "bind-address-ipv4": "127.0.0.1", "bind-address-ipv6": "::1", "peer-port": $(free_port),
+  "download-dir": "$dir/downloads", "incomplete-dir-enabled": false, "watch-dir-enabled": false,
+  "message-level": 1
+}
+EOF
+  echo "Transmission: session-get on 127.0.0.1:$port"
+  taskset -c "$server_cpu" transmission-daemon -f -g "$dir" >"$work/transmission.log" 2>&1 &
+  server_pid=$!
+  wait_port "$port" "$work/transmission.log"
+  # The RPC answers 409 with the session id that every later request must carry.
+  sid=$(curl -s -i "http://127.0.0.1:$port/transmission/rpc" --data '{"method":"session-get"}' |
+    sed -n 's/^X-Transmission-Session-Id: *\([^[:space:]]*\).*/\1/ip' | head -1)
+  [[ -n $sid ]] || die "Transmission: no session id"
+  measure transmission "$port" --method POST --path /transmission/rpc \
+    --header "X-Transmission-Session-Id: $sid" --header 'Content-Type: application/json' \
+    --body '{"method":"session-get"}' --expect '"result":"success"'
+  stop_server
+}
+
+run_qbittorrent() {
+  local port dir
+  port=$(free_port)
+  dir=$work/qbittorrent
+  mkdir -p "$dir/qBittorrent/config" "$dir/downloads"
+  # Loopback only: no DHT, LSD, PeX, port mapping or country lookups; no login from localhost.
+  cat >"$dir/qBittorrent/config/qBittorrent.conf" <<EOF
+[LegalNotice]
+Accepted=true
+
+[BitTorrent]
+Session\\DHTEnabled=false
+Session\\LSDEnabled=false
+Session\\PeXEnabled=false
+Session\\AnonymousModeEnabled=true
+Session\\Interface=lo
+Session\\InterfaceName=lo
+Session\\InterfaceAddress=127.0.0.1
+Session\\Port=$(free_port)
+Session\\DefaultSavePath=$dir/downloads
+
+[Network]
+PortForwardingEnabled=false
+
+[Preferences]
+Connection\\UPnP=false
+Connection\\ResolvePeerCountries=false
+Search\\SearchEnabled=false
+WebUI\\Enabled=true
+WebUI\\Address=127.0.0.1
+WebUI\\Port=$port
+WebUI\\LocalHostAuth=false
+EOF
+  echo "qBittorrent: app/preferences on 127.0.0.1:$port"
+  taskset -c "$server_cpu" qbittorrent-nox --profile="$dir" --webui-port="$port" \
+    >"$work/qbittorrent.log" 2>&1 &
+  server_pid=$!
+  wait_port "$port" "$work/qbittorrent.log"
+  measure qbittorrent "$port" --method GET --path /api/v2/app/preferences --expect '"save_path"'
+  stop_server
+}
+
+for system in "${systems[@]}"; do
+  "run_$system"
+done
+
+echo
+printf '%-13s %-6s %7s %9s %9s %9s\n' system CPU clients p50_us p99_us req/s
+for system in "${systems[@]}"; do
+  for mode in same cross; do
+    for clients in 1 16; do
+      line=${result[$system,$mode,$clients]}
+      printf '%-13s %-6s %7d %9s %9s %9s\n' "$system" "$mode" "$clients" \
+        "$(field p50_us "$line")" "$(field p99_us "$line")" "$(field rps "$line")"
+    done
+  done
+done
+
+ratio() { python3 -c "import sys; a, b = map(float, sys.argv[1:]); print(f'{a / b:.2f}' if b else 'n/a')" "$1" "$2"; }
+[[ -n ${result[ours,same,1]:-} ]] || exit 0
+echo
+echo "ratios (ours / peer): p50 below 1 is faster, req/s above 1 is more"
+for peer in transmission qbittorrent; do
+  [[ -n ${result[$peer,same,1]:-} ]] || continue
+  for mode in same cross; do
+    printf '  %-12s %-5s CPU: p50 at 1 client %s, p50 at 16 clients %s, req/s at 1 client %s, req/s at 16 clients %s\n' \
+      "$peer" "$mode" \
+      "$(ratio "$(field p50_us "${result[ours,$mode,1]}")" "$(field p50_us "${result[$peer,$mode,1]}")")" \
+      "$(ratio "$(field p50_us "${result[ours,$mode,16]}")" "$(field p50_us "${result[$peer,$mode,16]}")")" \
+      "$(ratio "$(field rps "${result[ours,$mode,1]}")" "$(field rps "${result[$peer,$mode,1]}")")" \
+      "$(ratio "$(field rps "${result[ours,$mode,16]}")" "$(field rps "${result[$peer,$mode,16]}")")"
+  done
+done

@@ -1,0 +1,57 @@
+// Debian's chromium driven by playwright-core (no browser download), and the steps every test
+// takes on the page.
+import { chromium } from 'playwright-core';
+
+export const kChromium = process.env.QRIX_CHROMIUM ?? '/usr/bin/chromium';
+
+export function launchBrowser() {
+  return chromium.launch({
+    executablePath: kChromium,
+    args: ['--no-sandbox', '--disable-gpu', '--disable-background-networking',
+      '--disable-component-update', '--disable-sync', '--no-first-run'],
+  });
+}
+
+// A new page with JavaScript errors collected, so a test can insist there were none.
+export async function newPage(browser, options = {}) {
+  const context = await browser.newContext(options);
+  const page = await context.newPage();
+  page.errors = [];
+  page.on('pageerror', (e) => page.errors.push(e.message));
+  return page;
+}
+
+// The settings page has finished loading or saving.
+export async function settled(page) {
+  await page.waitForSelector('#page form[aria-busy="false"]');
+}
+
+export async function signIn(page, url, { account, passwd }) {
+  await page.goto(url);
+  await page.fill('#login-account', account);
+  await page.fill('#login-passwd', passwd);
+  await page.click('#login-submit');
+  await page.waitForSelector('#settings-view:not([hidden])');
+  await settled(page);
+}
+
+export function pageStatus(page) {
+  return page.textContent('#page .status');
+}
+
+export async function save(page) {
+  await page.click('#page button.primary');
+  await settled(page);
+  return pageStatus(page);
+}
+
+// The form fields of every entry.cgi request the page makes from now on.
+export function recordCalls(page) {
+  const calls = [];
+  page.on('request', (request) => {
+    if (request.url().endsWith('/webapi/entry.cgi')) {
+      calls.push(Object.fromEntries(new URLSearchParams(request.postData() ?? '')));
+    }
+  });
+  return calls;
+}

@@ -1,0 +1,96 @@
+// Starts the demo (scripts/demo) in a fresh state directory on a free loopback port, waits until
+// it serves the page, and stops it again. Gives the tests the URL, the logins and the files.
+import { spawn } from 'node:child_process';
+import { mkdtemp, readFile, rm } from 'node:fs/promises';
+import net from 'node:net';
+import os from 'node:os';
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+export const kRepo = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../../..');
+const kStartMs = 60_000;
+const kStopMs = 15_000;
+
+function freePort() {
+  return new Promise((resolve, reject) => {
+    const server = net.createServer();
+    server.once('error', reject);
+    server.listen(0, '127.0.0.1', () => {
+      const { port } = server.address();
+      server.close(() => resolve(port));
+    });
+  });
+}
+
+const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
+
+// key="value" lines, as the settings file holds them.
+export function parseKeyValues(text) {
+  const out = {};
+  for (const line of text.split('\n')) {
+    const m = /^([^=\s]+)="(.*)"$/.exec(line);
+    if (m) out[m[1]] = m[2];
+  }
+  return out;
+}
+
+export async function startDemo() {
+  const state = await mkdtemp(path.join(os.tmpdir(), 'qrix-browser-'));
+  const port = await freePort();
+  const url = `http://127.0.0.1:${port}/`;
+  // Its own process group, so that stopping it reaches the sandbox and everything inside.
+  const child = spawn(path.join(kRepo, 'scripts/demo'), ['--state', state, '--port', String(port)],
+    { cwd: kRepo, detached: true, stdio: ['ignore', 'pipe', 'pipe'] });
+  let output = '';
+  child.stdout.on('data', (d) => { output += d; });
+  child.stderr.on('data', (d) => { output += d; });
+  let exited = null;
+  const done = new Promise((resolve) => child.on('exit', (code, signal) => {
+    exited = { code, signal };
+    resolve(exited);
+  }));
+
+  const demo = {
+    url,
+    state,
+    output: () => output,
+    settingsFile: path.join(state, 'var/packages/Haulport/etc/settings.conf'),
+    async settings() {
+      return parseKeyValues(await readFile(this.settingsFile, 'utf8'));
+    },
+    async stop() {
+      if (!exited) {
+        // SIGTERM to the script alone: it stops the host, the scheduler and the log in order.
+        process.kill(child.pid, 'SIGTERM');
+        const timer = setTimeout(() => {
+          try { process.kill(-child.pid, 'SIGKILL'); } catch { /* already gone */ }
+        }, kStopMs);
+        await done;
+        clearTimeout(timer);
+      }
+      await rm(state, { recursive: true, force: true });
+      return exited;
+    },
+  };
+
+  const deadline = Date.now() + kStartMs;
+  for (;;) {
+    if (exited) {
+      await rm(state, { recursive: true, force: true });
+      throw new Error(`the demo ended before serving ${url}:\n${output}`);
+    }
+    try {
+      const response = await fetch(url);
+      if (response.ok) break;
+    } catch { /* not listening yet */ }
+    if (Date.now() > deadline) {
+      await demo.stop();
+      throw new Error(`the demo did not serve ${url} within ${kStartMs} ms:\n${output}`);
+    }
+    await sleep(200);
+  }
+  demo.logins = JSON.parse(await readFile(path.join(state, 'demo-logins.json'), 'utf8'));
+  demo.admin = demo.logins.find((l) => l.admin);
+  demo.user = demo.logins.find((l) => !l.admin);
+  return demo;
+}

@@ -1,0 +1,340 @@
+// The page's logic without a browser: the schedule string, number checks, what gets sent, how
+// answers and errors read, and whether the pages still match the module's parameter table and
+// every error code the module and the host can answer.
+import assert from 'node:assert/strict';
+import { readdir, readFile } from 'node:fs/promises';
+import path from 'node:path';
+import { describe, test } from 'node:test';
+
+import { ApiError, decodeAnswer, encodeCall } from '../../ui/api.js';
+import { describeError, kErrorTexts, needsLogin } from '../../ui/errors.js';
+import { changedValues, checkInteger, kFieldTypes } from '../../ui/form.js';
+import { kPages } from '../../ui/pages/index.js';
+import { formatSchedule, moveIndex, paintRect, parseSchedule } from '../../ui/schedule_grid.js';
+import { requestParams } from '../../ui/settings_page.js';
+import { kRepo } from './support/demo.mjs';
+
+const ones = '1'.repeat(168);
+const pattern = ('0'.repeat(9) + '1'.repeat(15)).repeat(7);
+
+describe('schedule text', () => {
+  test('parses into 168 hours and says whether the text was exact', () => {
+    const rows = [
+      { text: ones, on: 168, exact: true },
+      { text: '0'.repeat(168), on: 0, exact: true },
+      { text: pattern, on: 105, exact: true },
+      { text: '1'.repeat(24), on: 24, exact: false },
+      { text: `${ones}1`, on: 168, exact: false },
+      { text: `2${ones.slice(1)}`, on: 167, exact: false },
+      { text: `x${'1'.repeat(167)}`, on: 167, exact: false },
+      { text: '', on: 0, exact: false },
+      { text: undefined, on: 0, exact: false },
+      { text: 7, on: 0, exact: false },
+    ];
+    for (const row of rows) {
+      const { bits, exact } = parseSchedule(row.text);
+      assert.equal(bits.length, 168, String(row.text));
+      assert.equal(bits.filter(Boolean).length, row.on, String(row.text));
+      assert.equal(exact, row.exact, String(row.text));
+    }
+  });
+
+  test('an exact text comes back unchanged, an inexact one as 168 characters', () => {
+    for (const text of [ones, pattern, '0'.repeat(168)]) {
+      assert.equal(formatSchedule(parseSchedule(text).bits), text);
+    }
+    assert.equal(formatSchedule(parseSchedule('11').bits), `11${'0'.repeat(166)}`);
+  });
+
+  test('the first 24 characters are the first day', () => {
+    const { bits } = parseSchedule(`${'0'.repeat(24)}${'1'.repeat(144)}`);
+    assert.deepEqual(bits.slice(0, 24), new Array(24).fill(false));
+    assert.equal(bits[24], true);
+  });
+
+  test('a drag paints exactly the rectangle between its ends', () => {
+    const at = (day, hour) => day * 24 + hour;
+    const rows = [
+      { name: 'one cell', from: at(0, 0), to: at(0, 0), cells: [at(0, 0)] },
+      { name: 'part of a day', from: at(1, 3), to: at(1, 5), cells: [at(1, 3), at(1, 4), at(1, 5)] },
+      { name: 'down a column', from: at(0, 23), to: at(2, 23), cells: [at(0, 23), at(1, 23), at(2, 23)] },
+      {
+        name: 'corners given backwards', from: at(3, 2), to: at(2, 1),
+        cells: [at(2, 1), at(2, 2), at(3, 1), at(3, 2)],
+      },
+      {
+        name: 'other diagonal', from: at(5, 0), to: at(6, 1),
+        cells: [at(5, 0), at(5, 1), at(6, 0), at(6, 1)],
+      },
+    ];
+    for (const row of rows) {
+      for (const on of [true, false]) {
+        const snapshot = new Array(168).fill(!on);
+        const copy = snapshot.slice();
+        const painted = paintRect(snapshot, row.from, row.to, on);
+        const changed = painted.flatMap((v, i) => (v === on ? [i] : []));
+        assert.deepEqual(changed, row.cells, `${row.name} (${on})`);
+        assert.deepEqual(snapshot, copy, `${row.name}: the snapshot is not touched`);
+      }
+    }
+  });
+
+  test('keys move within the week and stop at its edges', () => {
+    const rows = [
+      { from: 0, key: 'ArrowLeft', to: 0 },
+      { from: 0, key: 'ArrowUp', to: 0 },
+      { from: 0, key: 'ArrowRight', to: 1 },
+      { from: 0, key: 'ArrowDown', to: 24 },
+      { from: 23, key: 'ArrowRight', to: 23 },
+      { from: 24, key: 'ArrowLeft', to: 24 },
+      { from: 167, key: 'ArrowDown', to: 167 },
+      { from: 167, key: 'ArrowUp', to: 143 },
+      { from: 50, key: 'Home', to: 48 },
+      { from: 50, key: 'End', to: 71 },
+      { from: 50, key: 'a', to: -1 },
+      { from: 50, key: 'Tab', to: -1 },
+    ];
+    for (const row of rows) assert.equal(moveIndex(row.from, row.key), row.to, JSON.stringify(row));
+  });
+});
+
+describe('form values', () => {
+  test('whole numbers are checked against their bounds', () => {
+    const port = { min: 1, max: 65535 };
+    const rows = [
+      { text: '1', bounds: port, error: '' },
+      { text: '65535', bounds: port, error: '' },
+      { text: ' 80 ', bounds: port, error: '' },
+      { text: '0', bounds: port, error: 'Enter a number from 1 to 65535.' },
+      { text: '65536', bounds: port, error: 'Enter a number from 1 to 65535.' },
+      { text: '-1', bounds: { min: 0 }, error: 'Enter 0 or more.' },
+      { text: '11', bounds: { max: 10 }, error: 'Enter 10 or less.' },
+      { text: '-7', bounds: {}, error: '' },
+      { text: '', bounds: port, error: 'Enter a number.' },
+      { text: '   ', bounds: {}, error: 'Enter a number.' },
+      { text: '1.5', bounds: {}, error: 'Enter a whole number.' },
+      { text: '1e3', bounds: {}, error: 'Enter a whole number.' },
+      { text: '0x10', bounds: {}, error: 'Enter a whole number.' },
+      { text: '12abc', bounds: {}, error: 'Enter a whole number.' },
+      { text: '99999999999999999999', bounds: {}, error: 'The number is too large.' },
+    ];
+    for (const row of rows) {
+      assert.equal(checkInteger(row.text, row.bounds), row.error, JSON.stringify(row.text));
+    }
+  });
+
+  test('only what differs from the loaded settings is sent', () => {
+    const fields = [
+      { name: 'port', type: 'int' },
+      { name: 'enable', type: 'bool' },
+      { name: 'word', type: 'select' },
+      { name: 'password', type: 'password' },
+      { name: 'limit', type: 'int', readOnly: true },
+    ];
+    const loaded = { port: 80, enable: false, word: 'auto', limit: 5 };
+    const rows = [
+      { values: { port: 80, enable: false, word: 'auto' }, sent: {} },
+      { values: { port: 81, enable: false, word: 'auto' }, sent: { port: 81 } },
+      { values: { port: 80, enable: true, word: 'auto' }, sent: { enable: true } },
+      { values: { port: 80, enable: false, word: 'always' }, sent: { word: 'always' } },
+      { values: { port: 80, enable: false, word: 'auto', password: 's3' }, sent: { password: 's3' } },
+      { values: { port: 80, enable: false, word: 'auto', password: undefined }, sent: {} },
+      { values: { port: 80, enable: false, word: 'auto', limit: 9 }, sent: {} },
+      { values: { port: '80', enable: false, word: 'auto' }, sent: { port: '80' } },
+    ];
+    for (const row of rows) {
+      assert.deepEqual(changedValues(fields, row.values, loaded), row.sent, JSON.stringify(row));
+    }
+  });
+
+  test('a value sent under a second name goes out only when it changed', () => {
+    const fields = [{ name: 'tcp_port', alsoSendAs: 'bt_tcp_port' }, { name: 'max_peer' }];
+    assert.deepEqual(requestParams(fields, { tcp_port: 7000 }),
+      { tcp_port: 7000, bt_tcp_port: 7000 });
+    assert.deepEqual(requestParams(fields, { max_peer: 50 }), { max_peer: 50 });
+    assert.deepEqual(requestParams(fields, {}), {});
+  });
+});
+
+describe('requests and answers', () => {
+  test('every parameter is sent as JSON text', () => {
+    const body = encodeCall('QRIX.Haulport2.Setting.Scheduler', 'set', {
+      schedule: '0101', enable_schedule: true, max_tasks: 5, order: 'user', skipped: undefined,
+      quote: 'a"b', number_text: '6881',
+    });
+    assert.deepEqual(Object.fromEntries(body), {
+      api: 'QRIX.Haulport2.Setting.Scheduler', version: '1', method: 'set',
+      schedule: '"0101"', enable_schedule: 'true', max_tasks: '5', order: '"user"',
+      quote: '"a\\"b"', number_text: '"6881"',
+    });
+  });
+
+  test('answers unwrap to their data or to an ApiError', () => {
+    const rows = [
+      { answer: { success: true, data: { a: 1 } }, data: { a: 1 } },
+      { answer: { success: true }, data: null },
+      { answer: { success: false, error: { code: 506 } }, code: 506, errors: null },
+      {
+        answer: { success: false, error: { code: 120 }, errors: { name: 'port', reason: 'type' } },
+        code: 120, errors: { name: 'port', reason: 'type' },
+      },
+      { answer: { success: false }, code: 0, errors: null },
+      { answer: null, code: 0, errors: null },
+      { answer: 'ok', code: 0, errors: null },
+      { answer: { success: 'yes' }, code: 0, errors: null },
+    ];
+    for (const row of rows) {
+      const name = JSON.stringify(row.answer);
+      if ('data' in row) {
+        assert.deepEqual(decodeAnswer(row.answer), row.data, name);
+        continue;
+      }
+      assert.throws(() => decodeAnswer(row.answer), (e) => {
+        assert.ok(e instanceof ApiError, name);
+        assert.equal(e.code, row.code, name);
+        assert.deepEqual(e.errors, row.errors, name);
+        return true;
+      });
+    }
+  });
+
+  test('errors read as sentences that name the field', () => {
+    const labelOf = (name) => ({ tcp_port: 'Listening port (TCP)' })[name] ?? name;
+    const rows = [
+      {
+        error: new ApiError(120, { name: 'tcp_port', reason: 'condition' }),
+        text: 'Listening port (TCP) is outside the allowed values.',
+      },
+      {
+        error: new ApiError(120, { name: 'tcp_port', reason: 'type' }),
+        text: 'Listening port (TCP) has the wrong type of value.',
+      },
+      {
+        error: new ApiError(120, { name: 'plugin_name', reason: 'required' }),
+        text: 'plugin_name is required.',
+      },
+      { error: new ApiError(120, { name: 'x', reason: 'odd' }), text: 'x is not valid.' },
+      { error: new ApiError(120), text: 'A value is not valid.' },
+      { error: new ApiError(517), text: kErrorTexts[517] },
+      { error: new ApiError(4242), text: 'The request failed with error 4242.' },
+      {
+        error: new ApiError(0, null, 'the server could not be reached'),
+        text: 'The request did not complete: the server could not be reached.',
+      },
+    ];
+    for (const row of rows) assert.equal(describeError(row.error, labelOf), row.text);
+    assert.equal(needsLogin(new ApiError(106)), true);
+    assert.equal(needsLogin(new ApiError(107)), true);
+    assert.equal(needsLogin(new ApiError(105)), false);
+  });
+
+  test('every code the module or the host can answer has its own text', async () => {
+    const codes = new Set();
+    const hostCodes = await readFile(path.join(kRepo, 'host/host_codes.h'), 'utf8')
+      .catch(() => '');
+    for (const m of hostCodes.matchAll(/=\s*(\d{3})\b/g)) codes.add(Number(m[1]));
+    for (const file of await sourceFiles(path.join(kRepo, 'module'))) {
+      const text = await readFile(file, 'utf8');
+      for (const m of text.matchAll(/QRIXDLErrSet\((\d+)\)/g)) codes.add(Number(m[1]));
+    }
+    assert.ok(codes.size > 3, 'found the codes in the sources');
+    codes.delete(120);  // worded per field by describeError
+    const missing = [...codes].filter((code) => !(code in kErrorTexts));
+    assert.deepEqual(missing, []);
+  });
+});
+
+async function sourceFiles(dir) {
+  const out = [];
+  for (const entry of await readdir(dir, { withFileTypes: true })) {
+    const full = path.join(dir, entry.name);
+    if (entry.isDirectory()) out.push(...await sourceFiles(full));
+    else if (entry.name.endsWith('.cpp')) out.push(full);
+  }
+  return out;
+}
+
+// The "set" parameters of each API as the module's check table declares them.
+async function moduleParameters() {
+  const text = await readFile(path.join(kRepo, 'module/setting.cpp'), 'utf8');
+  const lists = new Map();
+  for (const m of text.matchAll(/constexpr ParamRule (k\w+)\[\] = \{([\s\S]*?)\};/g)) {
+    const rules = [];
+    for (const r of m[2].matchAll(/(Str|Int|Bool|Port|Range|OneOf|Strings)\("(\w+)"((?:R"\(.*?\)"|[^)])*)\)/g)) {
+      const [, kind, name, rest] = r;
+      const rule = { kind, name };
+      if (kind === 'Port') Object.assign(rule, { min: 1, max: 65535 });
+      if (kind === 'Range') {
+        const [, min, max] = /,\s*(-?\d+),\s*(-?\d+)/.exec(rest);
+        Object.assign(rule, { min: Number(min), max: Number(max) });
+      }
+      if (kind === 'OneOf') rule.values = JSON.parse(/R"\((.*)\)"/.exec(rest)[1]);
+      rules.push(rule);
+    }
+    lists.set(m[1], rules);
+  }
+  const checks = new Map();
+  for (const m of text.matchAll(/bool (Check\w+)\(APIRequest\* q, APIResponse\* r\) \{\s*return QRIXDL::CheckParams\(q, r, (k\w+)\);/g)) {
+    checks.set(m[1], lists.get(m[2]));
+  }
+  const byApi = new Map();
+  for (const m of text.matchAll(/QRIXDL_CHECK\("([\w.]+)", "set", (\w+)\)/g)) {
+    byApi.set(`QRIX.Haulport2.Setting.${m[1]}`, checks.get(m[2]));
+  }
+  return byApi;
+}
+
+describe('pages', () => {
+  test('are well formed: known types, unique ids, switches that exist', () => {
+    const ids = new Set();
+    for (const page of kPages) {
+      assert.ok(!ids.has(page.id), `page id ${page.id} is unique`);
+      ids.add(page.id);
+      const fields = page.fields.filter((f) => f.name);
+      const names = new Set(fields.map((f) => f.name));
+      assert.equal(names.size, fields.length, `${page.id}: field names are unique`);
+      for (const field of fields) {
+        assert.ok(kFieldTypes.includes(field.type), `${page.id}.${field.name}: type ${field.type}`);
+        assert.ok(field.label, `${page.id}.${field.name} has a label`);
+        if (field.enabledBy) {
+          const by = fields.find((f) => f.name === field.enabledBy);
+          assert.equal(by?.type, 'bool', `${page.id}.${field.name}: enabledBy names a switch`);
+        }
+      }
+    }
+    assert.equal(kPages[0].id, 'ftp_http', 'FTP and HTTP comes first');
+  });
+
+  test('match the module\'s parameters: names, kinds, ranges and choices', async () => {
+    const params = await moduleParameters();
+    const kinds = {
+      bool: ['Bool'], int: ['Int', 'Port', 'Range'], text: ['Str'], password: ['Str'],
+      schedule: ['Str'], select: ['Str', 'OneOf'],
+    };
+    const handlers = (await Promise.all((await sourceFiles(path.join(kRepo, 'module/handler')))
+      .map((f) => readFile(f, 'utf8')))).join('\n');
+    for (const page of kPages) {
+      const rules = params.get(page.api);
+      assert.ok(rules, `${page.api} has a "set" row in the check table`);
+      const fields = page.fields.filter((f) => f.name && !f.readOnly);
+      assert.deepEqual(fields.map((f) => f.name).sort(), rules.map((r) => r.name).sort(),
+        `${page.id}: one field per parameter`);
+      for (const field of fields) {
+        const rule = rules.find((r) => r.name === field.name);
+        const where = `${page.id}.${field.name}`;
+        assert.ok(kinds[field.type].includes(rule.kind), `${where}: ${field.type} for ${rule.kind}`);
+        if ('min' in rule) {
+          assert.equal(field.min, rule.min, `${where}: minimum`);
+          assert.equal(field.max, rule.max, `${where}: maximum`);
+        }
+        if (rule.values) {
+          assert.deepEqual(field.options.map(([v]) => v), rule.values, `${where}: choices`);
+        }
+        if (field.alsoSendAs) {
+          assert.ok(handlers.includes(`"${field.alsoSendAs}"`),
+            `${where}: a handler reads ${field.alsoSendAs}`);
+        }
+      }
+    }
+  });
+});

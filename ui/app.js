@@ -1,0 +1,112 @@
+// The page frame: sign-in, the tabs of the settings pages, and moving between them by the URL's
+// fragment (#bt, #scheduler, ...), so that a reload stays on the same page.
+
+import { login, logout, session } from './api.js';
+import { describeError } from './errors.js';
+import { kPages } from './pages/index.js';
+import { SettingsPage } from './settings_page.js';
+
+const $ = (id) => document.getElementById(id);
+
+// At sign-in the host's codes mean something narrower than on a settings call.
+const kLoginErrors = {
+  105: 'This account may not sign in.',
+  106: 'The account or password is wrong.',
+};
+
+function pageFromHash() {
+  const id = location.hash.replace(/^#/, '');
+  return kPages.find((p) => p.id === id) ?? kPages[0];
+}
+
+function showLogin(message = '') {
+  $('settings-view').hidden = true;
+  $('who').hidden = true;
+  $('login-view').hidden = false;
+  $('login-status').textContent = message;
+  $('login-passwd').value = '';
+  const account = $('login-account');
+  (account.value ? $('login-passwd') : account).focus();
+}
+
+function endSession(message) {
+  session.clear();
+  showLogin(message);
+}
+
+function buildTabs() {
+  const list = $('tabs');
+  list.replaceChildren();
+  for (const page of kPages) {
+    const item = document.createElement('li');
+    const link = document.createElement('a');
+    link.href = `#${page.id}`;
+    link.textContent = page.title;
+    link.dataset.page = page.id;
+    item.append(link);
+    list.append(item);
+  }
+}
+
+function showPage() {
+  const page = pageFromHash();
+  for (const link of $('tabs').querySelectorAll('a')) {
+    if (link.dataset.page === page.id) link.setAttribute('aria-current', 'page');
+    else link.removeAttribute('aria-current');
+  }
+  const view = new SettingsPage(page, { onSessionEnded: endSession });
+  $('page').replaceChildren(view.element);
+  $('page').setAttribute('aria-labelledby', `${page.id}-title`);
+  document.title = `${page.title} · Haulport settings`;
+  view.load();
+}
+
+function showSettings() {
+  $('login-view').hidden = true;
+  $('settings-view').hidden = false;
+  $('who').hidden = false;
+  $('who-name').textContent = session.account() ?? '';
+  showPage();
+}
+
+async function onLogin(event) {
+  event.preventDefault();
+  const account = $('login-account').value.trim();
+  const passwd = $('login-passwd').value;
+  const status = $('login-status');
+  if (!account || !passwd) {
+    status.textContent = 'Enter your account and password.';
+    return;
+  }
+  const submit = $('login-submit');
+  submit.disabled = true;
+  status.textContent = '';
+  try {
+    await login(account, passwd);
+    showSettings();
+  } catch (error) {
+    status.textContent = kLoginErrors[error.code] ?? describeError(error);
+    $('login-passwd').select();
+  } finally {
+    submit.disabled = false;
+  }
+}
+
+function start() {
+  buildTabs();
+  $('login-form').addEventListener('submit', onLogin);
+  $('logout').addEventListener('click', async () => {
+    try {
+      await logout();
+    } finally {
+      showLogin('You have signed out.');
+    }
+  });
+  window.addEventListener('hashchange', () => {
+    if (session.token()) showPage();
+  });
+  if (session.token()) showSettings();
+  else showLogin();
+}
+
+start();

@@ -1,0 +1,228 @@
+// Builds a settings form from a page's field list and works out what a person changed.
+// One maker per field type; every control offers the same small interface:
+//   element, value (get/set), setDisabled(off), onChange(fn), focus(), check() -> error text or ''.
+
+import { ScheduleGrid } from './schedule_grid.js';
+
+function input(id, type) {
+  const el = document.createElement('input');
+  el.id = id;
+  el.type = type;
+  return el;
+}
+
+// The parts every plain input shares. Only methods here: spreading copies no accessors.
+function wrapInput(el) {
+  return {
+    element: el,
+    focus: () => el.focus(),
+    setDisabled: (off) => { el.disabled = off; },
+    onChange: (fn) => el.addEventListener('input', fn),
+    check: () => '',
+  };
+}
+
+// Whole number inside the field's bounds, as the server's checks want it.
+export function checkInteger(text, { min, max } = {}) {
+  const trimmed = String(text).trim();
+  if (trimmed === '') return 'Enter a number.';
+  if (!/^-?\d+$/.test(trimmed)) return 'Enter a whole number.';
+  const n = Number(trimmed);
+  if (!Number.isSafeInteger(n)) return 'The number is too large.';
+  if (min !== undefined && n < min) {
+    return max !== undefined ? `Enter a number from ${min} to ${max}.` : `Enter ${min} or more.`;
+  }
+  if (max !== undefined && n > max) {
+    return min !== undefined ? `Enter a number from ${min} to ${max}.` : `Enter ${max} or less.`;
+  }
+  return '';
+}
+
+const kMakers = {
+  bool(field, id) {
+    const el = input(id, 'checkbox');
+    return {
+      ...wrapInput(el),
+      onChange: (fn) => el.addEventListener('change', fn),
+      get value() { return el.checked; },
+      set value(v) { el.checked = v === true; },
+    };
+  },
+
+  int(field, id) {
+    const el = input(id, 'text');
+    el.inputMode = 'numeric';
+    el.autocomplete = 'off';
+    el.className = 'number';
+    if (field.min !== undefined) el.dataset.min = String(field.min);
+    const bounds = { min: field.min, max: field.max };
+    return {
+      ...wrapInput(el),
+      bounds,
+      // A value that fails check() is never sent, so its text form is enough here.
+      get value() {
+        const t = el.value.trim();
+        return checkInteger(t, bounds) === '' ? Number(t) : t;
+      },
+      set value(v) { el.value = v === undefined || v === null ? '' : String(v); },
+      check: () => checkInteger(el.value, bounds),
+    };
+  },
+
+  text(field, id) {
+    const el = input(id, 'text');
+    el.autocomplete = 'off';
+    if (field.maxLength) el.maxLength = field.maxLength;
+    return {
+      ...wrapInput(el),
+      get value() { return el.value; },
+      set value(v) { el.value = v ?? ''; },
+      check: () => (field.required && el.value.trim() === '' ? 'Enter a value.' : ''),
+    };
+  },
+
+  // The server never returns a stored secret: the box starts empty and an empty box means
+  // "keep the stored one", so its value is undefined and never differs from what was loaded.
+  password(field, id) {
+    const el = input(id, 'password');
+    el.autocomplete = 'new-password';
+    el.placeholder = field.placeholder ?? 'unchanged';
+    return {
+      ...wrapInput(el),
+      get value() { return el.value === '' ? undefined : el.value; },
+      set value(_) { el.value = ''; },
+    };
+  },
+
+  select(field, id) {
+    const el = document.createElement('select');
+    el.id = id;
+    for (const [value, text] of field.options) {
+      const option = document.createElement('option');
+      option.value = value;
+      option.textContent = text;
+      el.append(option);
+    }
+    return {
+      ...wrapInput(el),
+      onChange: (fn) => el.addEventListener('change', fn),
+      get value() { return el.value; },
+      set value(v) {
+        // A stored value this page does not offer is shown, not silently replaced.
+        if (![...el.options].some((o) => o.value === v) && typeof v === 'string') {
+          const option = document.createElement('option');
+          option.value = v;
+          option.textContent = v;
+          el.append(option);
+        }
+        el.value = v;
+      },
+    };
+  },
+
+  schedule(field, id) {
+    const grid = new ScheduleGrid({ id, label: field.label });
+    return {
+      element: grid.element,
+      grid,
+      focus: () => grid.focusCell(grid.focusIndex),
+      setDisabled: (off) => { grid.disabled = off; },
+      onChange: (fn) => grid.onChange(fn),
+      get value() { return grid.value; },
+      set value(v) { grid.value = v; },
+      check: () => '',
+    };
+  },
+};
+
+export const kFieldTypes = Object.keys(kMakers);
+
+// The parameters to send: every field whose value differs from what the server last gave.
+export function changedValues(fields, values, loaded) {
+  const out = {};
+  for (const field of fields) {
+    if (field.readOnly) continue;
+    const value = values[field.name];
+    if (value !== undefined && value !== loaded[field.name]) out[field.name] = value;
+  }
+  return out;
+}
+
+// Lays out one field: label, control, unit, hint and a slot for its error.
+export function buildField(field, prefix) {
+  const maker = kMakers[field.type];
+  if (!maker) throw new Error(`unknown field type ${field.type} for ${field.name}`);
+  const id = `${prefix}-${field.name}`;
+  const control = maker(field, id);
+  const row = document.createElement('div');
+  row.className = `field field-${field.type}`;
+  row.dataset.name = field.name;
+
+  const describedBy = [];
+  const hint = document.createElement('p');
+  hint.className = 'hint';
+  hint.id = `${id}-hint`;
+  if (field.hint) {
+    hint.textContent = field.hint;
+    describedBy.push(hint.id);
+  }
+  const error = document.createElement('p');
+  error.className = 'field-error';
+  error.id = `${id}-error`;
+  error.hidden = true;
+
+  let label;
+  if (field.type === 'schedule') {
+    label = document.createElement('span');
+    label.className = 'label';
+    label.id = `${id}-label`;
+  } else {
+    label = document.createElement('label');
+    label.htmlFor = id;
+  }
+  label.textContent = field.label;
+
+  if (field.type === 'bool') {
+    row.append(control.element, label);
+  } else if (field.unit) {
+    const group = document.createElement('span');
+    group.className = 'with-unit';
+    const unit = document.createElement('span');
+    unit.className = 'unit';
+    unit.textContent = field.unit;
+    group.append(control.element, unit);
+    row.append(label, group);
+  } else {
+    row.append(label, control.element);
+  }
+  row.append(hint, error);
+
+  const target = field.type === 'schedule' ? control.grid.grid : control.element;
+  const describe = () => {
+    const ids = error.hidden ? describedBy : [...describedBy, error.id];
+    if (ids.length) target.setAttribute('aria-describedby', ids.join(' '));
+    else target.removeAttribute('aria-describedby');
+  };
+  describe();
+
+  return {
+    field,
+    row,
+    control,
+    setHint(text) {
+      hint.textContent = text;
+      const listed = describedBy.includes(hint.id);
+      if (text && !listed) describedBy.push(hint.id);
+      if (!text && listed) describedBy.splice(describedBy.indexOf(hint.id), 1);
+      describe();
+    },
+    showError(text) {
+      error.textContent = text;
+      error.hidden = !text;
+      row.classList.toggle('invalid', Boolean(text));
+      if (text) target.setAttribute('aria-invalid', 'true');
+      else target.removeAttribute('aria-invalid');
+      describe();
+    },
+  };
+}

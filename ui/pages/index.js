@@ -1,0 +1,15 @@
+// The settings pages, in the order of the tabs. Adding a page: write pages/<name>.js (see
+// ftp_http.js for the shape) and add one line here.
+import ftpHttp from './ftp_http.js';
+import bt from './bt.js';
+import scheduler from './scheduler.js';
+import rss from './rss.js';
+import nzb from './nzb.js';
+
+export const kPages = [
+  ftpHttp,
+  bt,
+  scheduler,
+  rss,
+  nzb,
+];
