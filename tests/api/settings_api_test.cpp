@@ -1,0 +1,237 @@
+// The BitTorrent, Scheduler, RSS and NZB APIs over HTTP: what each "set" leaves on disk, the
+// signals the scheduler gets after the answer, what "get" reads back, and hostile strings.
+#include <json/json.h>
+#include <sys/stat.h>
+
+#include <memory>
+#include <string>
+
+#include "platform/vlibc/vlibc_crypt.h"
+#include "tests/api/host_fixture.h"
+#include "tests/support/fake_scheduler.h"
+#include "tests/support/files.h"
+
+namespace qrix::test {
+namespace {
+
+using Counts = FakeScheduler::Counts;
+
+constexpr const char* kPrefix = "QRIX.Haulport2.Setting.";
+constexpr const char* kFirewallRan = "/tmp/firewall.ran";
+
+// A value as the web page sends it: JSON text.
+std::string JsonText(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  return Json::writeString(builder, value);
+}
+
+std::string Decipher(const std::string& text) {
+  std::string out(text.size() + 1, '\0');
+  if (VLIBCCryptSzDecrypt(text.c_str(), out.data(), static_cast<int>(out.size())) == 0) {
+    return "(cannot decipher)";
+  }
+  return out.c_str();
+}
+
+class SettingsApiTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) {
+      return;
+    }
+    WriteSettings("download_other=\"untouched\"\n");
+    WriteText("/proc/meminfo", "MemFree: 1 kB\nMemTotal:  600000 kB\n");
+    WriteText("/tmp/firewall_hook", "#!/bin/sh\necho x >> " + std::string(kFirewallRan) + "\n");
+    ::chmod("/tmp/firewall_hook", 0755);
+    WriteText("/var/qrix/etc/firewall.conf", "reload_hook=\"/tmp/firewall_hook\"\n");
+    Remove(kFirewallRan);
+    scheduler_ = std::make_unique<FakeScheduler>();
+    server_ = std::make_unique<HostServer>();
+    alice_ = std::make_unique<ApiClient>(*server_);
+    ASSERT_TRUE(alice_->Login(kAlice)["success"].asBool());
+  }
+
+  Json::Value Call(const std::string& api, const std::string& method, const Fields& fields = {}) {
+    return alice_->Call(kPrefix + api, method, fields);
+  }
+
+  std::unique_ptr<FakeScheduler> scheduler_;
+  std::unique_ptr<HostServer> server_;
+  std::unique_ptr<ApiClient> alice_;
+};
+
+TEST_F(SettingsApiTest, EachSetWritesItsKeysSignalsAndReadsBack) {
+  struct Row {
+    const char* api;
+    Fields fields;
+    std::map<std::string, std::string> written;  // keys that must hold these values
+    Counts signals;                               // added by this request
+    int firewall_reloads;
+    const char* get;  // members the following "get" must answer with
+  };
+  const Row rows[] = {
+      {"BT",
+       {{"tcp_port", "51413"}, {"dht_port", "7000"}, {"max_peer", "200"},
+        {"encrypt", "\"always\""}, {"enable_seeding_auto_remove", "true"}},
+       {{"download_start_port", "51413"}, {"download_dhtport", "7000"},
+        {"download_btmaxpeers", "200"}, {"download_btencrypt", "always"},
+        {"download_seeding_auto_remove", "yes"}},
+       {1, 1, 0},  // DHT is on (by default) and its port moved: it restarts
+       1,
+       R"({"tcp_port": 51413, "dht_port": 7000, "max_peer": 200, "encrypt": "always",
+           "enable_dht": true, "enable_seeding_auto_remove": true})"},
+      {"BT",
+       {{"tcp_port", "51413"}, {"max_upload_rate", "50"}},
+       {{"download_ul_rate", "50"}},
+       {1, 0, 0},  // the same port: no registration, no reload, no restart
+       0,
+       R"({"tcp_port": 51413, "max_upload_rate": 50})"},
+      {"Scheduler",
+       {{"schedule", JsonText(std::string(84, '0') + std::string(84, '1'))},
+        {"enable_schedule", "true"}, {"order", "\"user\""}, {"max_tasks", "5"},
+        {"download_rate", "100"}},
+       {{"download_schedule", std::string(84, '0') + std::string(84, '1')},
+        {"download_schedule_enable", "yes"}, {"download_order", "user"},
+        {"download_maxtasks", "5"}, {"download_alt_dl_rate", "100"}},
+       {1, 0, 0},
+       0,
+       R"({"enable_schedule": true, "order": "user", "max_tasks": 5, "download_rate": 100,
+           "max_tasks_limit": 50})"},
+      {"Rss",
+       {{"update_interval", "5"}},
+       {{"download_rss_update_interval", "300"}},
+       {1, 0, 0},
+       0,
+       R"({"update_interval": 10})"},
+      {"Nzb",
+       {{"server", "\"news.example.org\""}, {"port", "563"}, {"enable_auth", "true"},
+        {"username", "\"reader\""}, {"enable_encryption", "true"}},
+       {{"download_nzb_server", "news.example.org"}, {"download_nzb_port", "563"},
+        {"download_nzb_auth", "yes"}, {"download_nzb_user", "reader"},
+        {"download_nzb_encryption", "yes"}},
+       {1, 0, 0},
+       0,
+       R"({"server": "news.example.org", "port": 563, "enable_auth": true, "username": "reader",
+           "enable_encryption": true})"},
+  };
+  Counts total;
+  int reloads = 0;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.api);
+    EXPECT_EQ(Call(row.api, "set", row.fields), ParseJson(R"({"success":true})"));
+    const ParsedKv file = ParseKvStrict(ReadText(kSettingsConf));
+    ASSERT_TRUE(file.ok) << file.bad_line;
+    for (const auto& [key, value] : row.written) {
+      EXPECT_EQ(file.values.count(key) ? file.values.at(key) : "(missing)", value) << key;
+    }
+    EXPECT_EQ(file.values.at("download_other"), "untouched");
+    total = {total.hup + row.signals.hup, total.cont + row.signals.cont,
+             total.usr2 + row.signals.usr2};
+    EXPECT_EQ(scheduler_->WaitFor(total), total);
+    reloads += row.firewall_reloads;
+    EXPECT_EQ(static_cast<int>(ReadText(kFirewallRan).size()) / 2, reloads);
+
+    const Json::Value got = Call(row.api, "get");
+    ASSERT_TRUE(got["success"].asBool()) << got;
+    const Json::Value want = ParseJson(row.get);
+    for (const std::string& member : want.getMemberNames()) {
+      EXPECT_EQ(got["data"][member], want[member]) << member;
+    }
+  }
+  // The ports the BT change registered.
+  const std::string ports = ReadText("/var/qrix/etc/services/qrixdownload_port.conf");
+  EXPECT_NE(ports.find("[bt]"), std::string::npos) << ports;
+  EXPECT_NE(ports.find("[bt_dht]"), std::string::npos) << ports;
+}
+
+TEST_F(SettingsApiTest, TheNzbPasswordIsStoredEncipheredAndNeverAnswered) {
+  const std::string password = "s3cret \"quoted\" 'x'";
+  EXPECT_TRUE(Call("Nzb", "set", {{"password", JsonText(password)}})["success"].asBool());
+  const std::string stored = ReadSettings()["download_nzb_password_en"];
+  EXPECT_EQ(stored.size(), (password.size() + 2) / 3 * 4);
+  EXPECT_EQ(ReadText(kSettingsConf).find("s3cret"), std::string::npos);
+  EXPECT_EQ(Decipher(stored), password);
+  const Json::Value got = Call("Nzb", "get");
+  EXPECT_FALSE(got["data"].isMember("password"));
+  EXPECT_EQ(JsonText(got).find(stored), std::string::npos);
+}
+
+// Every free-text parameter of these APIs against quotes, line breaks, NUL and size.
+TEST_F(SettingsApiTest, HostileStringsAreStoredExactlyOrRefusedWithoutDamage) {
+  struct Param {
+    const char* api;
+    const char* name;
+    const char* key;         // the settings key it lands in
+    const char* get_member;  // where "get" shows it, or nullptr
+    bool enciphered;
+  };
+  const Param params[] = {
+      {"Scheduler", "schedule", "download_schedule", "schedule", false},
+      {"Scheduler", "order", "download_order", nullptr, false},
+      {"Nzb", "server", "download_nzb_server", "server", false},
+      {"Nzb", "username", "download_nzb_user", "username", false},
+      {"Nzb", "password", "download_nzb_password_en", nullptr, true},
+  };
+  const std::string quoted = "a \"quoted\" 'value' \\ = \"\"";
+  for (const Param& p : params) {
+    SCOPED_TRACE(std::string(p.api) + " " + p.name);
+    // Quotes are kept exactly.
+    const Counts earlier = scheduler_->Read();
+    ASSERT_TRUE(Call(p.api, "set", {{p.name, JsonText(quoted)}})["success"].asBool());
+    const Counts signals = scheduler_->WaitFor({earlier.hup + 1, earlier.cont, earlier.usr2});
+    const ParsedKv file = ParseKvStrict(ReadText(kSettingsConf));
+    ASSERT_TRUE(file.ok) << file.bad_line;
+    const std::string stored = file.values.at(p.key);
+    EXPECT_EQ(p.enciphered ? Decipher(stored) : stored, quoted);
+    if (p.get_member != nullptr) {
+      EXPECT_EQ(Call(p.api, "get")["data"][p.get_member].asString(), quoted);
+    }
+    const std::string before = ReadText(kSettingsConf);
+
+    // Line breaks would let a value write keys of its own: refused, nothing changes. An
+    // enciphered value has no line breaks left to refuse.
+    for (const std::string& broken : {std::string("x\ndownload_evil=\"1\""), std::string("x\ry")}) {
+      const Json::Value answer = Call(p.api, "set", {{p.name, JsonText(broken)}});
+      if (p.enciphered) {
+        EXPECT_TRUE(answer["success"].asBool());
+        EXPECT_EQ(Decipher(ReadSettings()[p.key]), broken);
+        ASSERT_TRUE(Call(p.api, "set", {{p.name, JsonText(quoted)}})["success"].asBool());
+      } else {
+        EXPECT_EQ(answer, ErrorEnvelope(505));
+        EXPECT_EQ(ReadText(kSettingsConf), before);
+      }
+    }
+    const std::string settled = ReadText(kSettingsConf);
+    // A NUL would cut the value short: refused as the wrong type before the module runs.
+    Json::Value nul_error(Json::objectValue);
+    nul_error["name"] = p.name;
+    nul_error["reason"] = "type";
+    EXPECT_EQ(Call(p.api, "set", {{p.name, R"("ab\u0000cd")"}}), ErrorEnvelope(120, nul_error));
+    // A megabyte never gets to the module.
+    EXPECT_EQ(Call(p.api, "set", {{p.name, JsonText(std::string(1 << 20, 'm'))}}),
+              ErrorEnvelope(108));
+    EXPECT_EQ(ReadText(kSettingsConf), settled);
+    if (!p.enciphered) {
+      // Refusals announce nothing (waiting a moment for a signal that must not come).
+      EXPECT_EQ(scheduler_->WaitFor({signals.hup + 1, signals.cont, signals.usr2}, 300), signals);
+    }
+  }
+  EXPECT_EQ(ReadSettings()["download_other"], "untouched");
+  EXPECT_TRUE(Call("Rss", "get")["success"].asBool());  // and the server still serves
+}
+
+TEST_F(SettingsApiTest, PortConflictsAreRefusedWithNothingWritten) {
+  WriteText("/var/qrix/etc/services/other.conf", "[other]\nprotocol=\"tcp\"\nport=\"6000\"\n");
+  const std::string before = ReadText(kSettingsConf);
+  EXPECT_EQ(Call("BT", "set", {{"bt_tcp_port", "6000"}, {"tcp_port", "6000"}}),
+            ErrorEnvelope(517));
+  EXPECT_EQ(Call("BT", "set", {{"bt_dht_port", "4672"}, {"dht_port", "4672"}}),
+            ErrorEnvelope(517));
+  EXPECT_EQ(ReadText(kSettingsConf), before);
+  EXPECT_EQ(scheduler_->Read(), (Counts{0, 0, 0}));
+}
+
+}  // namespace
+}  // namespace qrix::test
