@@ -2,8 +2,10 @@
 // fresh worker process forked ahead of time (see worker_pool.h and worker.h).
 #include <sodium.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <span>
 #include <string>
 
@@ -33,10 +35,25 @@ std::string UrlHost(const std::string& address) {
   return address.find(':') != std::string::npos ? "[" + address + "]" : address;
 }
 
+// Every worker is a fresh fork: a symbol bound lazily would be looked up again in each one, on
+// the request's path. Binding all of them once, in the master, takes one re-execution with
+// LD_BIND_NOW (the flag of a binary covers only its own symbols, not its libraries').
+void BindSymbolsNow(char** argv) {
+  if (std::getenv("QRIX_WEBAPI_BOUND") == nullptr) {
+    ::setenv("LD_BIND_NOW", "1", 1);
+    ::setenv("QRIX_WEBAPI_BOUND", "1", 1);
+    ::execv("/proc/self/exe", argv);  // on failure: carry on, bound lazily
+  }
+  // Programs the modules run start as they would anywhere else.
+  ::unsetenv("LD_BIND_NOW");
+  ::unsetenv("QRIX_WEBAPI_BOUND");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   using namespace qrix::host;
+  BindSymbolsNow(argv);
   HostOptions options;
   std::string error;
   switch (ParseOptions(std::span<const char* const>(argv + 1, static_cast<size_t>(argc - 1)),

@@ -14,6 +14,7 @@
 #include "host/envelope.h"
 #include "host/host_codes.h"
 #include "host/host_log.h"
+#include "host/priority.h"
 #include "host/router.h"
 #include "host/worker_watchdog.h"
 
@@ -135,6 +136,7 @@ void Serve(const WorkerSetup& setup, UniqueFd connection, const std::string& pee
   }
   ForgetConnection();
   CloseConnection(std::move(connection), read != ReadResult::kOk);
+  LowerForHousekeeping();
   // Only now, with the client answered, may the daemons be told.
   dispatcher.RunCallbacks();
 }

@@ -16,6 +16,7 @@
 #include <string>
 
 #include "host/host_log.h"
+#include "host/priority.h"
 #include "host/worker_watchdog.h"
 #include "platform/vlibc/unique_fd.h"
 
@@ -73,6 +74,7 @@ class Master {
 };
 
 bool Master::Setup() {
+  LowerForHousekeeping();
   sigemptyset(&handled_);
   for (const int sig : {SIGCHLD, SIGTERM, SIGINT}) {
     sigaddset(&handled_, sig);
@@ -99,6 +101,7 @@ void Master::Spawn() {
     return;
   }
   if (pid == 0) {
+    RaiseForServing();
     signals_.Reset();
     busy_read_.Reset();
     // An orphaned worker would keep the port open: it follows the master out.
@@ -231,7 +234,10 @@ int Master::PollTimeout() const {
   if (stopping_ && !stop_killed_) {
     next = std::min(next, stop_deadline_);
   }
-  if (!stopping_ && idle_ < settings_.idle_workers) {
+  // A spawn that must wait for a worker to end is woken by SIGCHLD, not by the clock: waking
+  // for it now would only spin.
+  if (!stopping_ && idle_ < settings_.idle_workers &&
+      static_cast<int>(children_.size()) < settings_.max_workers) {
     next = std::min(next, next_spawn_);
   }
   if (next == Clock::time_point::max()) {
