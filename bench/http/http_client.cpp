@@ -13,18 +13,18 @@
 
 namespace qrix::bench {
 
-std::string BuildRequest(const RequestSpec& spec) {
-  std::string out = spec.method + " " + spec.path + " HTTP/1.1\r\n";
-  out += "Host: " + spec.host_header + "\r\n";
+std::string BuildRequest(const RequestPlan& plan) {
+  std::string out = plan.method + " " + plan.path + " HTTP/1.1\r\n";
+  out += "Host: " + plan.host_header + "\r\n";
   out += "Connection: close\r\n";
-  for (const std::string& header : spec.headers) {
+  for (const std::string& header : plan.headers) {
     out += header + "\r\n";
   }
-  if (!spec.body.empty() || spec.method == "POST") {
-    out += "Content-Length: " + std::to_string(spec.body.size()) + "\r\n";
+  if (!plan.body.empty() || plan.method == "POST") {
+    out += "Content-Length: " + std::to_string(plan.body.size()) + "\r\n";
   }
   out += "\r\n";
-  out += spec.body;
+  out += plan.body;
   return out;
 }
 

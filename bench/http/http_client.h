@@ -11,7 +11,7 @@
 
 namespace qrix::bench {
 
-struct RequestSpec {
+struct RequestPlan {
   std::string method = "GET";
   std::string path = "/";
   std::string host_header;           // "127.0.0.1:PORT"
@@ -20,7 +20,7 @@ struct RequestSpec {
 };
 
 // The request's bytes, with Connection: close and, for a body, Content-Length.
-std::string BuildRequest(const RequestSpec& spec);
+std::string BuildRequest(const RequestPlan& plan);
 
 struct Answer {
   int status = 0;  // 0 when there was no parsable status line

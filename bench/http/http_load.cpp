@@ -24,12 +24,12 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using qrix::bench::RequestSpec;
+using qrix::bench::RequestPlan;
 
 struct Options {
   std::string host = "127.0.0.1";
   int port = 0;
-  RequestSpec spec;
+  RequestPlan plan;
   std::string expect;
   int clients = 1;
   int requests = 1000;
@@ -62,13 +62,13 @@ bool Parse(int argc, char** argv, Options* o, std::string* error) {
     } else if (flag == "--port") {
       ok = ToInt(value, 1, &o->port) && o->port <= 65535;
     } else if (flag == "--method") {
-      o->spec.method = value;
+      o->plan.method = value;
     } else if (flag == "--path") {
-      o->spec.path = value;
+      o->plan.path = value;
     } else if (flag == "--header") {
-      o->spec.headers.emplace_back(value);
+      o->plan.headers.emplace_back(value);
     } else if (flag == "--body") {
-      o->spec.body = value;
+      o->plan.body = value;
     } else if (flag == "--expect") {
       o->expect = value;
     } else if (flag == "--clients") {
@@ -161,8 +161,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "http_load: --host must be an IPv4 address: %s\n", o.host.c_str());
     return 2;
   }
-  o.spec.host_header = o.host + ":" + std::to_string(o.port);
-  const std::string request = qrix::bench::BuildRequest(o.spec);
+  o.plan.host_header = o.host + ":" + std::to_string(o.port);
+  const std::string request = qrix::bench::BuildRequest(o.plan);
   const auto deadline = Clock::now() + std::chrono::seconds(o.max_seconds);
 
   if (o.warmup > 0) {

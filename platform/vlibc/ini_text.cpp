@@ -5,14 +5,9 @@
 namespace qrix::ini {
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r";
-
+// INI lines may end in a carriage return.
 std::string_view Trim(std::string_view s) {
-  const size_t first = s.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) {
-    return {};
-  }
-  return s.substr(first, s.find_last_not_of(kBlanks) - first + 1);
+  return kv::Trim(s, " \t\r");
 }
 
 // True when `line` is a section header; `name` receives the trimmed text between the brackets.

@@ -1,20 +1,13 @@
 #include "platform/vlibc/kv_text.h"
 
 namespace qrix::kv {
-namespace {
-
-constexpr std::string_view kBlanks = " \t";
-
-std::string_view Trim(std::string_view s) {
-  const size_t first = s.find_first_not_of(kBlanks);
+std::string_view Trim(std::string_view s, std::string_view blanks) {
+  const size_t first = s.find_first_not_of(blanks);
   if (first == std::string_view::npos) {
     return {};
   }
-  const size_t last = s.find_last_not_of(kBlanks);
-  return s.substr(first, last - first + 1);
+  return s.substr(first, s.find_last_not_of(blanks) - first + 1);
 }
-
-}  // namespace
 
 std::string_view ParseLine(std::string_view line, std::string_view* value) {
   if (!line.empty() && line.back() == '\r') {

@@ -22,6 +22,7 @@
 #include <thread>
 
 #include "platform/vlibc/unique_fd.h"
+#include "platform/webapi/api_validator.h"
 #include "tests/support/files.h"
 #include "tests/support/syslog_capture.h"
 
@@ -253,14 +254,7 @@ void HostTest::SetUp() {
 }
 
 Json::Value ParseJson(const std::string& text) {
-  Json::CharReaderBuilder builder;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-  Json::Value out;
-  std::string errors;
-  if (!reader->parse(text.data(), text.data() + text.size(), &out, &errors)) {
-    return Json::Value();
-  }
-  return out;
+  return QRIX::WebAPIUtil::ParseJson(text);
 }
 
 Json::Value ErrorEnvelope(int code, const Json::Value& errors) {

@@ -16,7 +16,7 @@ namespace qrix::bench {
 namespace {
 
 TEST(BuildRequestTest, ClosesTheConnectionAndStatesTheBodyLength) {
-  RequestSpec post;
+  RequestPlan post;
   post.method = "POST";
   post.path = "/webapi/entry.cgi";
   post.host_header = "127.0.0.1:5080";
@@ -27,7 +27,7 @@ TEST(BuildRequestTest, ClosesTheConnectionAndStatesTheBodyLength) {
             "X-QRIX-Token: abc\r\nContent-Type: application/x-www-form-urlencoded\r\n"
             "Content-Length: 16\r\n\r\napi=A&method=get");
 
-  RequestSpec get;
+  RequestPlan get;
   get.path = "/api";
   get.host_header = "127.0.0.1:1";
   EXPECT_EQ(BuildRequest(get),
