@@ -28,4 +28,4 @@ if ((demo)); then
   done
 fi
 cd "$here"
-exec node --test --test-reporter=spec "$1"
+exec node --test --test-reporter=tap "$1"
