@@ -59,6 +59,14 @@ function hourLabel(hour) {
   return `${String(hour).padStart(2, '0')}:00`;
 }
 
+// One element of the grid with its ARIA role.
+function gridPart(tag, role, className) {
+  const element = document.createElement(tag);
+  element.setAttribute('role', role);
+  element.className = className;
+  return element;
+}
+
 export class ScheduleGrid {
   constructor({ id, label }) {
     this.bits = new Array(kScheduleLength).fill(true);
@@ -107,37 +115,24 @@ export class ScheduleGrid {
   }
 
   buildRows() {
-    const head = document.createElement('div');
-    head.setAttribute('role', 'row');
-    head.className = 'schedule-row';
-    const corner = document.createElement('span');
-    corner.setAttribute('role', 'columnheader');
-    corner.className = 'schedule-corner';
-    head.append(corner);
+    const head = gridPart('div', 'row', 'schedule-row');
+    head.append(gridPart('span', 'columnheader', 'schedule-corner'));
     for (let hour = 0; hour < kHours; ++hour) {
-      const h = document.createElement('span');
-      h.setAttribute('role', 'columnheader');
+      const h = gridPart('span', 'columnheader', hour % 3 === 0 ? 'schedule-hour major' : 'schedule-hour');
       h.setAttribute('aria-label', hourLabel(hour));
-      h.className = hour % 3 === 0 ? 'schedule-hour major' : 'schedule-hour';
       h.textContent = String(hour);
       head.append(h);
     }
     this.grid.append(head);
     for (let day = 0; day < kDays; ++day) {
-      const row = document.createElement('div');
-      row.setAttribute('role', 'row');
-      row.className = 'schedule-row';
-      const name = document.createElement('span');
-      name.setAttribute('role', 'rowheader');
-      name.className = 'schedule-day';
+      const row = gridPart('div', 'row', 'schedule-row');
+      const name = gridPart('span', 'rowheader', 'schedule-day');
       name.textContent = kDayNames[day].slice(0, 3);
       name.title = kDayNames[day];
       row.append(name);
       for (let hour = 0; hour < kHours; ++hour) {
-        const cell = document.createElement('span');
         const index = cellIndex(day, hour);
-        cell.setAttribute('role', 'gridcell');
-        cell.className = 'schedule-cell';
+        const cell = gridPart('span', 'gridcell', 'schedule-cell');
         cell.dataset.index = String(index);
         cell.setAttribute('aria-label', `${kDayNames[day]} ${hourLabel(hour)}`);
         cell.tabIndex = index === 0 ? 0 : -1;

@@ -3,32 +3,19 @@
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 import path from 'node:path';
-import { after, before, describe, test } from 'node:test';
+import { before, describe, test } from 'node:test';
 
-import { launchBrowser, newPage, pageStatus, recordCalls, save, settled, signIn } from
+import { newPage, pageStatus, recordCalls, save, settled, signIn } from
   './support/browser.mjs';
-import { startDemo } from './support/demo.mjs';
+import { useDemoAndBrowser } from './support/demo.mjs';
 
 const kLimit = '#ftp_http-ftp_max_conn';
 
 describe('FTP and HTTP page', () => {
+  const shared = useDemoAndBrowser();
   let demo;
   let browser;
-
-  before(async () => {
-    demo = await startDemo();
-    browser = await launchBrowser();
-  });
-
-  after(async () => {
-    await browser?.close();
-    if (demo) {
-      const { url } = demo;
-      const end = await demo.stop();
-      assert.deepEqual(end, { code: 0, signal: null }, `the demo did not stop cleanly:\n${demo.output()}`);
-      await assert.rejects(fetch(url), 'the host still answers after the demo stopped');
-    }
-  });
+  before(() => ({ demo, browser } = shared));
 
   test('a changed connection limit is stored alone and shown after a reload', async () => {
     const rows = [

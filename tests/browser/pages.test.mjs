@@ -2,12 +2,12 @@
 // and after a reload; the NZB password is never shown and sent only when typed; a port clash
 // comes back as a clear message.
 import assert from 'node:assert/strict';
-import { after, before, describe, test } from 'node:test';
+import { before, describe, test } from 'node:test';
 
 import { kErrorTexts } from '../../ui/errors.js';
-import { launchBrowser, newPage, recordCalls, save, settled, signIn } from
+import { newPage, recordCalls, save, settled, signIn } from
   './support/browser.mjs';
-import { startDemo } from './support/demo.mjs';
+import { useDemoAndBrowser } from './support/demo.mjs';
 
 async function openPage(page, id) {
   await page.click(`a[data-page="${id}"]`);
@@ -25,21 +25,14 @@ async function readControl(page, selector, kind) {
 }
 
 describe('settings pages', () => {
+  const shared = useDemoAndBrowser();
   let demo;
-  let browser;
   let page;
 
   before(async () => {
-    demo = await startDemo();
-    browser = await launchBrowser();
-    page = await newPage(browser);
+    ({ demo } = shared);
+    page = await newPage(shared.browser);
     await signIn(page, demo.url, demo.admin);
-  });
-
-  after(async () => {
-    await browser?.close();
-    const end = await demo?.stop();
-    assert.deepEqual(end, { code: 0, signal: null }, 'the demo did not stop cleanly');
   });
 
   test('a change is stored under its key and shown after a reload', async () => {

@@ -1,10 +1,10 @@
 // The weekly schedule grid in a real browser: drag across hours, save, reload, and the same
 // hours are on, in the page and in settings.conf.
 import assert from 'node:assert/strict';
-import { after, before, describe, test } from 'node:test';
+import { before, describe, test } from 'node:test';
 
-import { launchBrowser, newPage, save, settled, signIn } from './support/browser.mjs';
-import { startDemo } from './support/demo.mjs';
+import { newPage, save, settled, signIn } from './support/browser.mjs';
+import { useDemoAndBrowser } from './support/demo.mjs';
 
 const kHours = 24;
 
@@ -42,19 +42,10 @@ async function drag(page, from, to) {
 }
 
 describe('schedule grid', () => {
+  const shared = useDemoAndBrowser();
   let demo;
   let browser;
-
-  before(async () => {
-    demo = await startDemo();
-    browser = await launchBrowser();
-  });
-
-  after(async () => {
-    await browser?.close();
-    const end = await demo?.stop();
-    assert.deepEqual(end, { code: 0, signal: null }, 'the demo did not stop cleanly');
-  });
+  before(() => ({ demo, browser } = shared));
 
   const drags = [
     { name: 'along one morning', from: [1, 2], to: [1, 6] },

@@ -1,11 +1,15 @@
 // Starts the demo (scripts/demo) in a fresh state directory on a free loopback port, waits until
 // it serves the page, and stops it again. Gives the tests the URL, the logins and the files.
+import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { mkdtemp, readFile, rm } from 'node:fs/promises';
 import net from 'node:net';
 import os from 'node:os';
 import path from 'node:path';
+import { after, before } from 'node:test';
 import { fileURLToPath } from 'node:url';
+
+import { launchBrowser } from './browser.mjs';
 
 export const kRepo = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../../..');
 const kStartMs = 60_000;
@@ -93,4 +97,25 @@ export async function startDemo() {
   demo.admin = demo.logins.find((l) => l.admin);
   demo.user = demo.logins.find((l) => !l.admin);
   return demo;
+}
+
+// One demo and one browser for a test file: started before its tests, and after them the
+// browser closed and the demo stopped, which must end cleanly and take the host down with it.
+export function useDemoAndBrowser() {
+  const shared = { demo: undefined, browser: undefined };
+  before(async () => {
+    shared.demo = await startDemo();
+    shared.browser = await launchBrowser();
+  });
+  after(async () => {
+    await shared.browser?.close();
+    const { demo } = shared;
+    if (demo) {
+      const { url } = demo;
+      const end = await demo.stop();
+      assert.deepEqual(end, { code: 0, signal: null }, `the demo did not stop cleanly:\n${demo.output()}`);
+      await assert.rejects(fetch(url), 'the host still answers after the demo stopped');
+    }
+  });
+  return shared;
 }
