@@ -8,8 +8,9 @@
 extern "C" {
 #endif
 
-/* Sends `sig` to the process named in `pid_file`. The file must hold one decimal pid above 1
- * (blanks and a newline around it are fine) of a live process that is not a zombie.
+/* Sends `sig` to the process named in `pid_file`. The file must be one that root or the
+ * package's account wrote and nobody else may write, naming a live process of its owner
+ * (see pid_file.h); a refused file is logged and nothing is sent.
  * Writes the process has staged under a file lock are published first; when they cannot be,
  * nothing is sent.
  * Returns 0, or -1 with the error state set (ERR_PIDFILE, ERR_NO_SUCH_PROCESS, ERR_FILE_*). */

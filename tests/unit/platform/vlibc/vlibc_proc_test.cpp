@@ -1,6 +1,8 @@
-// Signalling by pid file: only a well-formed pid file of a live process gets the signal.
+// Signalling by pid file: only a pid file that root or the package wrote, naming a live process
+// of its writer, gets the signal.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,13 +12,16 @@
 #include "platform/vlibc/vlibc_error.h"
 #include "platform/vlibc/vlibc_proc.h"
 #include "tests/support/files.h"
+#include "tests/support/syslog_capture.h"
 
 namespace {
 
 constexpr const char* kPidFile = "/tmp/proc_test.pid";
+constexpr uid_t kNobody = 65534;
+constexpr uid_t kPackage = 990;  // the sandbox's Haulport account
 
-// A child that exits with 40 + the number of the first signal it receives.
-pid_t SignalCatcher() {
+// A child running as `uid` that exits with 40 + the number of the first signal it receives.
+pid_t SignalCatcher(uid_t uid = 0) {
   sigset_t set;
   sigemptyset(&set);
   sigaddset(&set, SIGHUP);
@@ -24,6 +29,9 @@ pid_t SignalCatcher() {
   sigprocmask(SIG_BLOCK, &set, nullptr);
   const pid_t pid = fork();
   if (pid == 0) {
+    if (uid != 0 && setresuid(uid, uid, uid) != 0) {
+      _exit(1);
+    }
     int sig = 0;
     sigwait(&set, &sig);
     _exit(40 + sig);
@@ -32,14 +40,69 @@ pid_t SignalCatcher() {
   return pid;
 }
 
-TEST(VlibcProcTest, SignalsTheProcessOfAWellFormedPidFile) {
-  const pid_t pid = SignalCatcher();
-  qrix::test::WriteText(kPidFile, "  " + std::to_string(pid) + "\n");
-  ASSERT_EQ(VLIBCProcSignalByPidFile(kPidFile, SIGUSR2), 0);
+int FirstSignalOf(pid_t pid) {
   int status = 0;
   waitpid(pid, &status, 0);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 40 + SIGUSR2);
+  return WIFEXITED(status) ? WEXITSTATUS(status) - 40 : -1;
+}
+
+void WritePidFile(pid_t pid, uid_t owner, mode_t mode) {
+  qrix::test::Remove(kPidFile);
+  qrix::test::WriteText(kPidFile, "  " + std::to_string(pid) + "\n");
+  ASSERT_EQ(chown(kPidFile, owner, owner), 0);
+  ASSERT_EQ(chmod(kPidFile, mode), 0);
+}
+
+TEST(VlibcProcTest, SignalsTheDaemonOfAPidFileThatRootOrThePackageWrote) {
+  for (const uid_t owner : {uid_t{0}, kPackage}) {
+    SCOPED_TRACE(owner);
+    const pid_t pid = SignalCatcher(owner);
+    WritePidFile(pid, owner, 0644);
+    ASSERT_EQ(VLIBCProcSignalByPidFile(kPidFile, SIGUSR2), 0);
+    EXPECT_EQ(FirstSignalOf(pid), SIGUSR2);
+  }
+}
+
+// A pid file that another account could have written or planted, or that names a process
+// other than its writer's, must never aim root's signal.
+TEST(VlibcProcTest, RefusesPidFilesOthersCouldTurn) {
+  const pid_t root_process = SignalCatcher();
+  const pid_t nobody_process = SignalCatcher(kNobody);
+  struct Case {
+    const char* name;
+    void (*prepare)(pid_t root_process, pid_t nobody_process);
+  } const cases[] = {
+      {"owned by nobody", [](pid_t p, pid_t) { WritePidFile(p, kNobody, 0644); }},
+      {"writable by others", [](pid_t p, pid_t) { WritePidFile(p, 0, 0666); }},
+      {"writable by the group", [](pid_t p, pid_t) { WritePidFile(p, 0, 0664); }},
+      {"a process of another account", [](pid_t, pid_t n) { WritePidFile(n, 0, 0644); }},
+      {"a symbolic link",
+       [](pid_t p, pid_t) {
+         WritePidFile(p, 0, 0644);
+         qrix::test::WriteText("/tmp/proc_test.real", std::to_string(p));
+         qrix::test::Remove(kPidFile);
+         ASSERT_EQ(symlink("/tmp/proc_test.real", kPidFile), 0);
+       }},
+      {"a directory",
+       [](pid_t, pid_t) {
+         qrix::test::Remove(kPidFile);
+         ASSERT_EQ(mkdir(kPidFile, 0755), 0);
+       }},
+  };
+  auto& log = qrix::test::SyslogCapture::Get();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    log.Clear();
+    c.prepare(root_process, nobody_process);
+    EXPECT_EQ(VLIBCProcSignalByPidFile(kPidFile, SIGHUP), -1);
+    EXPECT_TRUE(log.Contains(std::string("refusing pid file ") + kPidFile));
+    rmdir(kPidFile);
+  }
+  // Neither process got the refused SIGHUPs: the first signal each sees is this one.
+  kill(root_process, SIGUSR2);
+  kill(nobody_process, SIGUSR2);
+  EXPECT_EQ(FirstSignalOf(root_process), SIGUSR2);
+  EXPECT_EQ(FirstSignalOf(nobody_process), SIGUSR2);
 }
 
 TEST(VlibcProcTest, RefusesPidFilesThatNameNoLiveProcess) {
