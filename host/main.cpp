@@ -1,5 +1,6 @@
-// qrix-webapi: the web-API host. Loads the modules, listens, and serves each request in a
-// fresh worker process forked ahead of time (see worker_pool.h and worker.h).
+// qrix-webapi, the web-API host: loads the modules, listens, and serves requests in pre-forked
+// workers that the master feeds with complete requests (see process/master.h and
+// process/worker.h).
 #include <sodium.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -9,24 +10,21 @@
 #include <span>
 #include <string>
 
-#include "host/host_check.h"
-#include "host/listener.h"
-#include "host/login_limiter.h"
-#include "host/module_registry.h"
+#include "host/access/host_check.h"
+#include "host/access/login_limiter.h"
+#include "host/access/session_store.h"
+#include "host/common/host_log.h"
+#include "host/dispatch/module_registry.h"
+#include "host/dispatch/static_files.h"
+#include "host/http/listener.h"
 #include "host/options.h"
-#include "host/session_store.h"
-#include "host/static_files.h"
-#include "host/worker.h"
-#include "host/worker_pool.h"
+#include "host/process/master.h"
+#include "host/process/worker.h"
 
 namespace {
 
-constexpr const char* kIdent = "qrix-webapi";
-// Bursts beyond the waiting workers get extra workers up to this multiple.
-constexpr int kBusyWorkersPerWaiting = 4;
-
 int Fail(const std::string& reason) {
-  std::fprintf(stderr, "%s: %s\n", kIdent, reason.c_str());
+  std::fprintf(stderr, "%s: %s\n", qrix::host::kLogIdent, reason.c_str());
   syslog(LOG_ERR, "%s", reason.c_str());
   return 1;
 }
@@ -35,8 +33,8 @@ std::string UrlHost(const std::string& address) {
   return address.find(':') != std::string::npos ? "[" + address + "]" : address;
 }
 
-// Every worker is a fresh fork: a symbol bound lazily would be looked up again in each one, on
-// the request's path. Binding all of them once, in the master, takes one re-execution with
+// A fresh worker (one replaces every worker that ran callbacks) would look up each symbol it
+// binds lazily again. Binding them all once, in the master, takes one re-execution with
 // LD_BIND_NOW (the flag of a binary covers only its own symbols, not its libraries').
 void BindSymbolsNow(char** argv) {
   if (std::getenv("QRIX_WEBAPI_BOUND") == nullptr) {
@@ -62,12 +60,12 @@ int main(int argc, char** argv) {
       std::fputs(Usage().c_str(), stdout);
       return 0;
     case ParseStatus::kBad:
-      std::fprintf(stderr, "%s: %s\n%s", kIdent, error.c_str(), Usage().c_str());
+      std::fprintf(stderr, "%s: %s\n%s", kLogIdent, error.c_str(), Usage().c_str());
       return 2;
     case ParseStatus::kRun:
       break;
   }
-  ::openlog(kIdent, LOG_PID, LOG_DAEMON);
+  ::openlog(kLogIdent, LOG_PID, LOG_DAEMON);
   if (::sodium_init() < 0) {
     return Fail("cannot initialise libsodium");
   }
@@ -93,21 +91,31 @@ int main(int argc, char** argv) {
   }
   const HostCheck host_check(port, options.host_names);
 
-  WorkerSetup setup;
-  setup.listen_fd = listener.Get();
-  setup.limits.read_time = std::chrono::seconds(options.read_timeout);
-  setup.request_timeout = options.request_timeout;
-  setup.registry = &registry;
-  setup.host_check = &host_check;
-  setup.files = &files;
-  setup.sessions = &sessions;
-  setup.limiter = &limiter;
+  HttpLimits limits;
+  limits.head_time = std::chrono::seconds(options.head_timeout);
+  limits.read_time = std::chrono::seconds(options.read_timeout);
+  WorkerSetup worker;
+  worker.limits = limits;
+  worker.request_timeout = options.request_timeout;
+  worker.max_requests = options.max_requests;
+  worker.max_memory_kib = static_cast<size_t>(options.max_worker_memory) * 1024;
+  worker.registry = &registry;
+  worker.host_check = &host_check;
+  worker.files = &files;
+  worker.sessions = &sessions;
+  worker.limiter = &limiter;
 
-  const PoolSettings pool{options.workers, options.workers * kBusyWorkersPerWaiting,
-                          options.request_timeout};
+  MasterSettings master;
+  master.workers = options.workers;
+  master.request_timeout = options.request_timeout;
+  master.limits = limits;
+  master.max_reading = options.max_reading;
+  master.max_reading_per_address = options.max_reading_per_address;
+
   syslog(LOG_INFO, "listening on %s port %d with %zu methods", options.listen.c_str(), port,
          registry.Size());
-  std::printf("%s: listening on http://%s:%d/\n", kIdent, UrlHost(options.listen).c_str(), port);
+  std::printf("%s: listening on http://%s:%d/\n", kLogIdent, UrlHost(options.listen).c_str(), port);
   std::fflush(stdout);
-  return RunPool(pool, [&setup](WorkerChannel& channel) { RunWorker(setup, channel); });
+  return RunMaster(std::move(listener), master,
+                   [&worker](qrix::UniqueFd channel) { RunWorker(worker, std::move(channel)); });
 }

@@ -12,13 +12,18 @@ namespace qrix::host {
 struct HostOptions {
   std::vector<std::string> modules;  // --module, repeatable
   std::string listen = "127.0.0.1";
-  int port = 5080;  // 0 picks a free port; the chosen one is printed
-  int workers = 4;  // workers kept waiting for a connection
+  int port = 5080;              // 0 picks a free port; the chosen one is printed
+  int workers = 4;              // workers kept serving; one that leaves is replaced at once
+  int max_requests = 10000;     // requests a worker serves before making way for a fresh one
+  int max_worker_memory = 256;  // MiB of resident memory past which a worker makes way
   std::string ui_dir;
   std::string session_dir = "/run/qrix/webapi/sessions";
   int idle_timeout = 900;    // seconds a session lives unused
   int request_timeout = 60;  // seconds from accepting a connection to the end of the callbacks
   int read_timeout = 10;     // seconds to receive one whole request
+  int head_timeout = 5;      // seconds to receive its request line and headers
+  int max_reading = 1024;    // connections whose request is still being read, in all
+  int max_reading_per_address = 32;
   std::vector<std::string> host_names;  // extra names the Host header may carry
   int login_max_failures = 5;           // per account
   int login_max_failures_per_address = 20;

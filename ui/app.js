@@ -11,7 +11,7 @@ const $ = (id) => document.getElementById(id);
 // At sign-in the host's codes mean something narrower than on a settings call.
 const kLoginErrors = {
   105: 'This account may not sign in.',
-  106: 'The account or password is wrong.',
+  111: 'The account or password is wrong.',
 };
 
 function pageFromHash() {

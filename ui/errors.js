@@ -1,4 +1,4 @@
-// Every error code the server can answer, in words a person can act on. 101-110 come from the
+// Every error code the server can answer, in words a person can act on. 101-111 come from the
 // web-API host, 100 when the module reported no outcome, 120 from the parameter checks, the rest
 // from the settings module.
 
@@ -14,6 +14,7 @@ export const kErrorTexts = {
   108: 'The request was too large for the server.',
   109: 'Too many failed sign-in attempts. Wait a few minutes before trying again.',
   110: 'The server met an internal error while handling the request.',
+  111: 'The account or password is wrong.',
   117: 'The download folder could not be checked.',
   403: 'You have no permission on that shared folder.',
   407: 'The user share could not be set.',

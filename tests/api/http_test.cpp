@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <cstring>
@@ -71,6 +72,16 @@ TEST_F(HttpTest, OversizeAndBrokenRequestsAreAnsweredAndTheServerGoesOn) {
        "POST /webapi/entry.cgi HTTP/1.1\r\n" + host +
            "Origin: http://evil.example\r\nContent-Length: 3\r\n\r\na=b",
        "HTTP/1.1 403 Forbidden", ""},
+      {"two Host headers", "GET / HTTP/1.1\r\n" + host + host + "\r\n", "HTTP/1.1 400 Bad Request",
+       ""},
+      {"two Origin headers",
+       "POST /webapi/entry.cgi HTTP/1.1\r\n" + host +
+           "Origin: http://evil.example\r\nOrigin: http://127.0.0.1\r\nContent-Length: 0\r\n\r\n",
+       "HTTP/1.1 400 Bad Request", ""},
+      {"a transfer coding other than chunked",
+       "POST /webapi/entry.cgi HTTP/1.1\r\n" + host +
+           "Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n",
+       "HTTP/1.1 400 Bad Request", ""},
       {"request that never ends",
        "GET / HTTP/1.1\r\n" + host + "X-Slow: ", "HTTP/1.1 408 Request Timeout", ""},
   };
@@ -88,6 +99,40 @@ TEST_F(HttpTest, OversizeAndBrokenRequestsAreAnsweredAndTheServerGoesOn) {
     EXPECT_TRUE(bob.Call("QRIX.Test.Open", "echo")["success"].asBool())
         << "the server must go on serving";
   }
+}
+
+// Only the master reads from a client whose request is not complete: silent connections cost it
+// a buffer, never a worker, and a new connection pushes out the oldest silent one of its
+// address once the address has its share.
+TEST_F(HttpTest, SilentClientsHoldNoWorker) {
+  HostServer server({"--workers", "2", "--head-timeout", "60", "--read-timeout", "60",
+                     "--max-reading-per-address", "8"});
+  std::vector<UniqueFd> silent;
+  for (int i = 0; i < 32; ++i) {
+    silent.push_back(ConnectTo(server.Port()));
+    ASSERT_TRUE(silent.back().Valid());
+  }
+  ApiClient other(server, "127.0.0.2");
+  ASSERT_TRUE(other.Login(kBob)["success"].asBool());
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_TRUE(other.Call("QRIX.Test.Open", "echo")["success"].asBool());
+  }
+  int pushed_out = 0;
+  for (const UniqueFd& fd : silent) {
+    pollfd p{fd.Get(), POLLIN, 0};
+    char reply[64] = {};
+    if (::poll(&p, 1, 2000) == 1 && ::recv(fd.Get(), reply, sizeof reply - 1, 0) > 0) {
+      EXPECT_EQ(StatusLine(reply), "HTTP/1.1 408 Request Timeout");
+      ++pushed_out;
+    }
+    if (pushed_out == 24) {
+      break;  // the newest 8 are still waiting, as they may
+    }
+  }
+  EXPECT_EQ(pushed_out, 24);
+  // The same address still gets through: its new connection pushes out a silent one.
+  ApiClient same(server, "127.0.0.1");
+  EXPECT_TRUE(same.Login(kAlice)["success"].asBool());
 }
 
 TEST_F(HttpTest, AClientLeavingMidRequestBreaksNothing) {

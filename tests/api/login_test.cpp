@@ -72,12 +72,12 @@ TEST_F(LoginTest, RefusedLoginsSetNoCookieAndSayWhy) {
     Json::Value expected;
   };
   const Row rows[] = {
-      {"wrong password", {{"account", "alice"}, {"passwd", "not-it"}}, ErrorEnvelope(106)},
-      {"unknown account", {{"account", "mallory"}, {"passwd", "x"}}, ErrorEnvelope(106)},
-      {"empty password", {{"account", "bob"}, {"passwd", ""}}, ErrorEnvelope(106)},
+      {"wrong password", {{"account", "alice"}, {"passwd", "not-it"}}, ErrorEnvelope(111)},
+      {"unknown account", {{"account", "mallory"}, {"passwd", "x"}}, ErrorEnvelope(111)},
+      {"empty password", {{"account", "bob"}, {"passwd", ""}}, ErrorEnvelope(111)},
       {"password cut by a NUL",
        {{"account", "bob"}, {"passwd", std::string("bob\0x", 5)}},
-       ErrorEnvelope(106)},
+       ErrorEnvelope(111)},
       {"no account", {{"passwd", "x"}}, ErrorEnvelope(120, account_missing)},
       {"no password", {{"account", "alice"}}, ErrorEnvelope(120, passwd_missing)},
       {"other version",
@@ -178,8 +178,8 @@ TEST_F(LoginTest, FailedLoginsLockOutTheAccountAndTheAddress) {
                      "--login-lockout", "300"});
   ClearLog();
   // carol's password is guessed from two addresses: her account locks, whatever the address.
-  EXPECT_EQ(ApiClient(server, "127.0.0.41").Login("carol", "guess-1"), ErrorEnvelope(106));
-  EXPECT_EQ(ApiClient(server, "127.0.0.42").Login("carol", "guess-2"), ErrorEnvelope(106));
+  EXPECT_EQ(ApiClient(server, "127.0.0.41").Login("carol", "guess-1"), ErrorEnvelope(111));
+  EXPECT_EQ(ApiClient(server, "127.0.0.42").Login("carol", "guess-2"), ErrorEnvelope(111));
   EXPECT_EQ(ApiClient(server, "127.0.0.43").Login(kCarol), ErrorEnvelope(109));
   EXPECT_TRUE(
       LogContains("login refused for account carol from 127.0.0.43: too many failed logins"));
@@ -188,7 +188,7 @@ TEST_F(LoginTest, FailedLoginsLockOutTheAccountAndTheAddress) {
   // while the same account from elsewhere still logs in.
   ApiClient guesser(server, "127.0.0.44");
   for (const char* name : {"nobody1", "nobody2", "nobody3"}) {
-    EXPECT_EQ(guesser.Login(name, "guess"), ErrorEnvelope(106)) << name;
+    EXPECT_EQ(guesser.Login(name, "guess"), ErrorEnvelope(111)) << name;
   }
   EXPECT_EQ(guesser.Login(kAlice), ErrorEnvelope(109));
   EXPECT_TRUE(ApiClient(server, "127.0.0.45").Login(kAlice)["success"].asBool());

@@ -67,16 +67,21 @@ TEST_F(SettingsApiTest, EachSetWritesItsKeysSignalsAndReadsBack) {
     const char* api;
     Fields fields;
     std::map<std::string, std::string> written;  // keys that must hold these values
-    Counts signals;                               // added by this request
+    Counts signals;                              // added by this request
     int firewall_reloads;
     const char* get;  // members the following "get" must answer with
   };
   const Row rows[] = {
       {"BT",
-       {{"tcp_port", "51413"}, {"dht_port", "7000"}, {"max_peer", "200"},
-        {"encrypt", "\"always\""}, {"enable_seeding_auto_remove", "true"}},
-       {{"download_start_port", "51413"}, {"download_dhtport", "7000"},
-        {"download_btmaxpeers", "200"}, {"download_btencrypt", "always"},
+       {{"tcp_port", "51413"},
+        {"dht_port", "7000"},
+        {"max_peer", "200"},
+        {"encrypt", "\"always\""},
+        {"enable_seeding_auto_remove", "true"}},
+       {{"download_start_port", "51413"},
+        {"download_dhtport", "7000"},
+        {"download_btmaxpeers", "200"},
+        {"download_btencrypt", "always"},
         {"download_seeding_auto_remove", "yes"}},
        {1, 1, 0},  // DHT is on (by default) and its port moved: it restarts
        1,
@@ -90,11 +95,15 @@ TEST_F(SettingsApiTest, EachSetWritesItsKeysSignalsAndReadsBack) {
        R"({"tcp_port": 51413, "max_upload_rate": 50})"},
       {"Scheduler",
        {{"schedule", JsonText(std::string(84, '0') + std::string(84, '1'))},
-        {"enable_schedule", "true"}, {"order", "\"user\""}, {"max_tasks", "5"},
+        {"enable_schedule", "true"},
+        {"order", "\"user\""},
+        {"max_tasks", "5"},
         {"download_rate", "100"}},
        {{"download_schedule", std::string(84, '0') + std::string(84, '1')},
-        {"download_schedule_enable", "yes"}, {"download_order", "user"},
-        {"download_maxtasks", "5"}, {"download_alt_dl_rate", "100"}},
+        {"download_schedule_enable", "yes"},
+        {"download_order", "user"},
+        {"download_maxtasks", "5"},
+        {"download_alt_dl_rate", "100"}},
        {1, 0, 0},
        0,
        R"({"enable_schedule": true, "order": "user", "max_tasks": 5, "download_rate": 100,
@@ -106,10 +115,15 @@ TEST_F(SettingsApiTest, EachSetWritesItsKeysSignalsAndReadsBack) {
        0,
        R"({"update_interval": 10})"},
       {"Nzb",
-       {{"server", "\"news.example.org\""}, {"port", "563"}, {"enable_auth", "true"},
-        {"username", "\"reader\""}, {"enable_encryption", "true"}},
-       {{"download_nzb_server", "news.example.org"}, {"download_nzb_port", "563"},
-        {"download_nzb_auth", "yes"}, {"download_nzb_user", "reader"},
+       {{"server", "\"news.example.org\""},
+        {"port", "563"},
+        {"enable_auth", "true"},
+        {"username", "\"reader\""},
+        {"enable_encryption", "true"}},
+       {{"download_nzb_server", "news.example.org"},
+        {"download_nzb_port", "563"},
+        {"download_nzb_auth", "yes"},
+        {"download_nzb_user", "reader"},
         {"download_nzb_encryption", "yes"}},
        {1, 0, 0},
        0,
@@ -225,10 +239,8 @@ TEST_F(SettingsApiTest, HostileStringsAreStoredExactlyOrRefusedWithoutDamage) {
 TEST_F(SettingsApiTest, PortConflictsAreRefusedWithNothingWritten) {
   WriteText("/var/qrix/etc/services/other.conf", "[other]\nprotocol=\"tcp\"\nport=\"6000\"\n");
   const std::string before = ReadText(kSettingsConf);
-  EXPECT_EQ(Call("BT", "set", {{"bt_tcp_port", "6000"}, {"tcp_port", "6000"}}),
-            ErrorEnvelope(517));
-  EXPECT_EQ(Call("BT", "set", {{"bt_dht_port", "4672"}, {"dht_port", "4672"}}),
-            ErrorEnvelope(517));
+  EXPECT_EQ(Call("BT", "set", {{"bt_tcp_port", "6000"}, {"tcp_port", "6000"}}), ErrorEnvelope(517));
+  EXPECT_EQ(Call("BT", "set", {{"bt_dht_port", "4672"}, {"dht_port", "4672"}}), ErrorEnvelope(517));
   EXPECT_EQ(ReadText(kSettingsConf), before);
   EXPECT_EQ(scheduler_->Read(), (Counts{0, 0, 0}));
 }

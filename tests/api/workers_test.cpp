@@ -1,10 +1,14 @@
-// One process per request: a failing request costs only itself, the response goes out before
-// the module's callbacks run, and the scheduler hears of each change once per request.
+// Long-lived workers: many requests each, a failing request costs only itself, the response
+// goes out before the module's callbacks run, each request's callbacks run in a process of
+// their own, and a worker that cannot be trusted any more makes way for a fresh one.
 #include <signal.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <future>
+#include <set>
+#include <sstream>
+#include <string>
 #include <thread>
 
 #include "tests/api/host_fixture.h"
@@ -23,8 +27,91 @@ class WorkersTest : public HostTest {
     HostTest::SetUp();
     Remove(kReleaseFile);
     Remove(kCallbackDoneFile);
+    Remove(kNotifiedFile);
   }
 };
+
+Json::Value PidOf(ApiClient& client, const char* api, const char* method) {
+  const Json::Value answer = client.Call(api, method);
+  EXPECT_TRUE(answer["success"].asBool()) << answer;
+  return answer["data"]["pid"];
+}
+
+TEST_F(WorkersTest, GetsAreServedByAHandfulOfLongLivedWorkers) {
+  HostServer server({"--workers", "4"});
+  ApiClient bob(server);
+  ASSERT_TRUE(bob.Login(kBob)["success"].asBool());
+  std::set<Json::Int64> pids;
+  for (int i = 0; i < 1000; ++i) {
+    pids.insert(PidOf(bob, "QRIX.Test.Open", "echo").asInt64());
+  }
+  EXPECT_LE(pids.size(), 4u);
+  EXPECT_EQ(pids.count(server.Pid()), 0u) << "no module code runs in the master";
+}
+
+// Two requests that each register a once-per-process callback twice: each request's callback
+// runs once, in its own process, which then leaves.
+TEST_F(WorkersTest, EachRequestsCallbacksRunInAProcessOfTheirOwn) {
+  HostServer server;
+  ApiClient alice(server);
+  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+  const Json::Value first = PidOf(alice, kFaultApi, "notify");
+  const Json::Value second = PidOf(alice, kFaultApi, "notify");
+  EXPECT_NE(first, second);
+  // The two spent workers run their callbacks side by side: either may write first.
+  const auto notified = [] {
+    std::multiset<std::string> lines;
+    std::istringstream text(ReadText(kNotifiedFile));
+    for (std::string line; std::getline(text, line);) {
+      lines.insert(line);
+    }
+    return lines;
+  };
+  for (int i = 0; i < 100 && notified().size() < 2; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // a third line would show now
+  EXPECT_EQ(notified(), (std::multiset<std::string>{first.asString(), second.asString()}));
+  bool gone = false;
+  for (int i = 0; i < 100 && !gone; ++i) {
+    gone = ::kill(static_cast<pid_t>(first.asInt()), 0) != 0;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_TRUE(gone) << "the worker that ran the callbacks must leave";
+  const Json::Value later = PidOf(alice, "QRIX.Test.Open", "echo");
+  EXPECT_NE(later, first);
+  EXPECT_NE(later, second);
+}
+
+TEST_F(WorkersTest, AWorkerMakesWayWhenItCanNoLongerBeTrusted) {
+  struct Row {
+    const char* why;
+    std::vector<std::string> args;
+    const char* first_method;  // of QRIX.Test.Fault or Open echo
+    const char* logged;
+  };
+  const Row rows[] = {
+      {"request limit", {"--max-requests", "2"}, "echo", nullptr},
+      {"memory bound", {"--max-worker-memory", "1"}, "echo", "passed the bound"},
+      {"ids left changed", {}, "leak_uid", "ids changed during a request"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.why);
+    std::vector<std::string> args = {"--workers", "1"};
+    args.insert(args.end(), row.args.begin(), row.args.end());
+    HostServer server(args);
+    ApiClient alice(server);
+    ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());  // the login is a request too
+    ClearLog();
+    const Json::Value first = std::string(row.first_method) == "echo"
+                                  ? PidOf(alice, "QRIX.Test.Open", "echo")
+                                  : PidOf(alice, kFaultApi, row.first_method);
+    EXPECT_NE(PidOf(alice, "QRIX.Test.Open", "echo"), first);
+    if (row.logged != nullptr) {
+      EXPECT_TRUE(WaitForLog(row.logged));
+    }
+  }
+}
 
 TEST_F(WorkersTest, AFailingRequestCostsOnlyItself) {
   HostServer server({"--request-timeout", "2"});
@@ -105,8 +192,8 @@ TEST_F(FtpHttpTest, SetWritesTheFileAndSignalsTheSchedulerOncePerRequest) {
             ParseJson(R"({"success":true,"data":{"enable_ftp_max_conn":false,)"
                       R"("ftp_max_conn":7,"ftp_http_max_download_rate":300}})"));
 
-  // A second change in a second request: the scheduler hears again, which a long-lived
-  // process (whose callbacks run once per process) would not do.
+  // A second change in a second request: the scheduler hears again, since each request's
+  // callbacks run in a process of their own.
   EXPECT_TRUE(
       alice.Call(kSettingsApi, "set", {{"enable_ftp_max_conn", "true"}})["success"].asBool());
   EXPECT_EQ(ReadSettings()["download_ftpmax_enable"], "yes");

@@ -1,0 +1,165 @@
+#include "host/access/auth.h"
+
+#include <grp.h>
+#include <pwd.h>
+#include <security/pam_appl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "host/common/host_log.h"
+
+namespace qrix::host {
+namespace {
+
+struct Credentials {
+  const std::string* account;
+  const std::string* password;
+};
+
+// PAM asks; we answer the password to hidden prompts and the account name to visible ones.
+// PAM frees what we hand it, so it is allocated with malloc.
+int Converse(int count, const pam_message** messages, pam_response** responses, void* data) {
+  if (count <= 0 || count > PAM_MAX_NUM_MSG) {
+    return PAM_CONV_ERR;
+  }
+  const auto* credentials = static_cast<const Credentials*>(data);
+  auto* replies =
+      static_cast<pam_response*>(std::calloc(static_cast<size_t>(count), sizeof(pam_response)));
+  if (replies == nullptr) {
+    return PAM_BUF_ERR;
+  }
+  for (int i = 0; i < count; ++i) {
+    const char* answer = nullptr;
+    switch (messages[i]->msg_style) {
+      case PAM_PROMPT_ECHO_OFF:
+        answer = credentials->password->c_str();
+        break;
+      case PAM_PROMPT_ECHO_ON:
+        answer = credentials->account->c_str();
+        break;
+      default:
+        continue;  // information and error texts need no answer
+    }
+    replies[i].resp = ::strdup(answer);
+    if (replies[i].resp == nullptr) {
+      for (int j = 0; j < i; ++j) {
+        std::free(replies[j].resp);
+      }
+      std::free(replies);
+      return PAM_BUF_ERR;
+    }
+  }
+  *responses = replies;
+  return PAM_SUCCESS;
+}
+
+// One PAM transaction, ended with the status of its last step.
+class PamTransaction {
+ public:
+  PamTransaction(const std::string& account, Credentials* credentials)
+      : conversation_{Converse, credentials} {
+    status_ = ::pam_start(kPamService, account.c_str(), &conversation_, &handle_);
+  }
+  PamTransaction(const PamTransaction&) = delete;
+  PamTransaction& operator=(const PamTransaction&) = delete;
+  ~PamTransaction() {
+    if (handle_ != nullptr) {
+      ::pam_end(handle_, status_);
+    }
+  }
+  bool Started() const { return status_ == PAM_SUCCESS; }
+  int Authenticate() { return status_ = ::pam_authenticate(handle_, PAM_DISALLOW_NULL_AUTHTOK); }
+  int CheckAccount() { return status_ = ::pam_acct_mgmt(handle_, PAM_DISALLOW_NULL_AUTHTOK); }
+  const char* Describe(int status) const { return ::pam_strerror(handle_, status); }
+  int Status() const { return status_; }
+
+ private:
+  pam_conv conversation_;
+  pam_handle_t* handle_ = nullptr;
+  int status_ = PAM_SUCCESS;
+};
+
+size_t BufferSize(int name) {
+  const long size = ::sysconf(name);
+  return size > 0 ? static_cast<size_t>(size) : 16384;
+}
+
+}  // namespace
+
+PasswordCheck CheckPassword(const std::string& account, const std::string& password) {
+  // C strings end at a NUL: an account or password holding one is not the one given.
+  if (account.empty() || account.find('\0') != std::string::npos ||
+      password.find('\0') != std::string::npos) {
+    return PasswordCheck::kWrong;
+  }
+  Credentials credentials{&account, &password};
+  PamTransaction pam(account, &credentials);
+  if (!pam.Started()) {
+    LogFailure("cannot start PAM service", kPamService, pam.Describe(pam.Status()));
+    return PasswordCheck::kFailed;
+  }
+  const int auth = pam.Authenticate();
+  switch (auth) {
+    case PAM_SUCCESS:
+      break;
+    case PAM_AUTH_ERR:
+    case PAM_USER_UNKNOWN:
+    case PAM_CRED_INSUFFICIENT:
+    case PAM_MAXTRIES:
+      return PasswordCheck::kWrong;
+    default:
+      LogFailure("PAM authentication failed for account", account, pam.Describe(auth));
+      return PasswordCheck::kFailed;
+  }
+  const int acct = pam.CheckAccount();
+  if (acct != PAM_SUCCESS) {
+    LogFailure("PAM refused account", account, pam.Describe(acct));
+    return PasswordCheck::kAccountRefused;
+  }
+  return PasswordCheck::kAccepted;
+}
+
+std::optional<Account> LookupAccount(const std::string& user) {
+  std::vector<char> buffer(BufferSize(_SC_GETPW_R_SIZE_MAX));
+  passwd pw{};
+  passwd* found = nullptr;
+  int err;
+  while ((err = ::getpwnam_r(user.c_str(), &pw, buffer.data(), buffer.size(), &found)) == ERANGE) {
+    buffer.resize(buffer.size() * 2);
+  }
+  if (found == nullptr) {
+    LogFailure("cannot find account", user, err != 0 ? std::strerror(err) : "no such account");
+    return std::nullopt;
+  }
+  Account account{user, pw.pw_uid, false};
+  const gid_t primary = pw.pw_gid;
+
+  std::vector<char> group_buffer(BufferSize(_SC_GETGR_R_SIZE_MAX));
+  group gr{};
+  group* admin_group = nullptr;
+  while ((err = ::getgrnam_r(kAdminGroup, &gr, group_buffer.data(), group_buffer.size(),
+                             &admin_group)) == ERANGE) {
+    group_buffer.resize(group_buffer.size() * 2);
+  }
+  if (admin_group == nullptr) {
+    return account;  // no such group: nobody administers
+  }
+  const gid_t admin_gid = gr.gr_gid;
+  std::vector<gid_t> groups(32);
+  int count = static_cast<int>(groups.size());
+  while (::getgrouplist(user.c_str(), primary, groups.data(), &count) < 0) {
+    groups.resize(static_cast<size_t>(count) > groups.size() ? static_cast<size_t>(count)
+                                                             : groups.size() * 2);
+    count = static_cast<int>(groups.size());
+  }
+  groups.resize(static_cast<size_t>(count));
+  account.admin = std::find(groups.begin(), groups.end(), admin_gid) != groups.end();
+  return account;
+}
+
+}  // namespace qrix::host

@@ -1,0 +1,157 @@
+#include "host/access/session_store.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sodium.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include "host/common/host_log.h"
+#include "host/common/json_text.h"
+#include "platform/vlibc/atomic_file.h"
+#include "platform/vlibc/unique_fd.h"
+
+namespace qrix::host {
+namespace {
+
+constexpr size_t kRandomBytes = 32;  // 256 bits
+// A last use this far in the future means the clock was set back: treat it as expired.
+constexpr time_t kClockSlack = 60;
+
+std::string RandomHex() {
+  unsigned char bytes[kRandomBytes];
+  randombytes_buf(bytes, sizeof bytes);
+  char hex[kRandomBytes * 2 + 1];
+  sodium_bin2hex(hex, sizeof hex, bytes, sizeof bytes);
+  return hex;
+}
+
+bool Expired(time_t last_use, int idle_seconds) {
+  const time_t now = ::time(nullptr);
+  return now - last_use > idle_seconds || last_use - now > kClockSlack;
+}
+
+}  // namespace
+
+bool IsSessionId(std::string_view id) {
+  if (id.size() != kRandomBytes * 2) {
+    return false;
+  }
+  for (const char c : id) {
+    if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+SessionStore::SessionStore(std::string dir, int idle_seconds)
+    : dir_(std::move(dir)), idle_seconds_(idle_seconds) {}
+
+std::string SessionStore::PathOf(std::string_view id) const {
+  return dir_ + "/" + std::string(id);
+}
+
+bool SessionStore::Prepare(std::string* error) const {
+  std::error_code ec;
+  std::filesystem::create_directories(dir_, ec);
+  if (ec) {
+    *error = "cannot create session directory " + dir_ + ": " + ec.message();
+    return false;
+  }
+  if (::chmod(dir_.c_str(), 0700) != 0) {
+    *error = "cannot restrict session directory " + dir_ + ": " + std::strerror(errno);
+    return false;
+  }
+  return true;
+}
+
+std::optional<Session> SessionStore::Create(const Account& account) {
+  Session session{RandomHex(), account, RandomHex()};
+  Json::Value record(Json::objectValue);
+  record["user"] = account.user;
+  record["uid"] = static_cast<Json::UInt64>(account.uid);
+  record["admin"] = account.admin;
+  record["token"] = session.token;
+  record["created"] = static_cast<Json::Int64>(::time(nullptr));
+  const std::string path = PathOf(session.id);
+  if (const int err = PublishFile(path, JsonText(record) + "\n", 0600); err != 0) {
+    LogFailure("cannot write session file", path, err);
+    return std::nullopt;
+  }
+  return session;
+}
+
+std::optional<Session> SessionStore::Use(std::string_view id) {
+  if (!IsSessionId(id)) {
+    return std::nullopt;
+  }
+  const std::string path = PathOf(id);
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (!fd.Valid()) {
+    if (errno != ENOENT) {
+      LogFailure("cannot open session file", path, errno);
+    }
+    return std::nullopt;
+  }
+  struct stat st {};
+  if (::fstat(fd.Get(), &st) != 0) {
+    LogFailure("cannot stat session file", path, errno);
+    return std::nullopt;
+  }
+  if (Expired(st.st_mtim.tv_sec, idle_seconds_)) {
+    ::unlink(path.c_str());
+    return std::nullopt;
+  }
+  std::string text;
+  Json::Value record;
+  if (const int err = ReadFd(fd.Get(), &text); err != 0) {
+    LogFailure("cannot read session file", path, err);
+    return std::nullopt;
+  }
+  if (!ParseStrictJson(text, &record) || !record.isObject() || !record["user"].isString() ||
+      !record["uid"].isUInt64() || !record["admin"].isBool() || !record["token"].isString()) {
+    LogFailure("cannot use session file", path, "not a session record");
+    return std::nullopt;
+  }
+  if (::futimens(fd.Get(), nullptr) != 0) {
+    LogFailure("cannot mark last use of session file", path, errno);
+  }
+  return Session{std::string(id),
+                 Account{record["user"].asString(), static_cast<uid_t>(record["uid"].asUInt64()),
+                         record["admin"].asBool()},
+                 record["token"].asString()};
+}
+
+void SessionStore::Remove(std::string_view id) {
+  if (IsSessionId(id)) {
+    const std::string path = PathOf(id);
+    if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
+      LogFailure("cannot remove session file", path, errno);
+    }
+  }
+}
+
+void SessionStore::RemoveExpired() {
+  const std::unique_ptr<DIR, int (*)(DIR*)> dir(::opendir(dir_.c_str()), ::closedir);
+  if (!dir) {
+    LogFailure("cannot list session directory", dir_, errno);
+    return;
+  }
+  while (const dirent* entry = ::readdir(dir.get())) {
+    struct stat st {};
+    if (IsSessionId(entry->d_name) &&
+        ::fstatat(::dirfd(dir.get()), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+        Expired(st.st_mtim.tv_sec, idle_seconds_)) {
+      ::unlinkat(::dirfd(dir.get()), entry->d_name, 0);
+    }
+  }
+}
+
+}  // namespace qrix::host

@@ -1,0 +1,44 @@
+#include "host/common/json_text.h"
+
+#include <memory>
+
+namespace qrix::host {
+namespace {
+
+// Deep nesting buys nothing here and would only cost stack.
+constexpr int kJsonDepthLimit = 64;
+
+const Json::CharReaderBuilder& StrictBuilder() {
+  static const Json::CharReaderBuilder builder = [] {
+    Json::CharReaderBuilder b;
+    Json::CharReaderBuilder::strictMode(&b.settings_);
+    b.settings_["strictRoot"] = false;  // a bare 6881 or true is a value too
+    b.settings_["stackLimit"] = kJsonDepthLimit;
+    return b;
+  }();
+  return builder;
+}
+
+}  // namespace
+
+std::string JsonText(const Json::Value& value) {
+  static const Json::StreamWriterBuilder builder = [] {
+    Json::StreamWriterBuilder b;
+    b["indentation"] = "";
+    b["emitUTF8"] = true;
+    return b;
+  }();
+  return Json::writeString(builder, value);
+}
+
+bool ParseStrictJson(std::string_view text, Json::Value* out) {
+  const std::unique_ptr<Json::CharReader> reader(StrictBuilder().newCharReader());
+  std::string errors;
+  try {
+    return reader->parse(text.data(), text.data() + text.size(), out, &errors);
+  } catch (const Json::Exception&) {
+    return false;  // nesting beyond the limit
+  }
+}
+
+}  // namespace qrix::host

@@ -1,0 +1,209 @@
+#include "host/dispatch/dispatcher.h"
+
+#include <sodium.h>
+
+#include <exception>
+#include <string>
+
+#include "host/access/auth.h"
+#include "host/common/host_codes.h"
+#include "host/common/host_log.h"
+#include "host/dispatch/envelope.h"
+#include "platform/dlbase/handler_base.h"
+#include "platform/webapi/api_request.h"
+
+namespace qrix::host {
+namespace {
+
+HttpResponse Error(int code, const Json::Value& errors = Json::Value()) {
+  return JsonResponse(ErrorBody(code, errors));
+}
+
+// The same parameter error a module's check answers: absent is "required", not text "type".
+HttpResponse BadParameter(const ApiCall& call, const char* name) {
+  Json::Value errors(Json::objectValue);
+  errors["name"] = name;
+  errors["reason"] = call.params.isMember(name) ? "type" : "required";
+  return Error(kInvalidParameter, errors);
+}
+
+std::string SessionCookie(const std::string& id) {
+  return std::string(kSessionCookie) + "=" + id + "; Path=/; HttpOnly; SameSite=Strict";
+}
+
+std::string ExpiredSessionCookie() {
+  return std::string(kSessionCookie) + "=; Path=/; HttpOnly; SameSite=Strict; Max-Age=0";
+}
+
+bool SameToken(const std::string& sent, const std::string& expected) {
+  return sent.size() == expected.size() &&
+         sodium_memcmp(sent.data(), expected.data(), expected.size()) == 0;
+}
+
+std::string MethodName(const ApiMethod& m) {
+  return m.api + " v" + std::to_string(m.version) + " " + m.method;
+}
+
+}  // namespace
+
+HttpResponse Dispatcher::Handle(const Request& request) {
+  const ApiCall& call = request.call;
+  switch (request.call_parse) {
+    case CallParse::kOk:
+      break;
+    case CallParse::kUnreadable:
+      return Error(kMissingField);
+    case CallParse::kUnsupportedMediaType:
+      return TextResponse(415, "send application/x-www-form-urlencoded or application/json");
+  }
+  if (call.api.empty() || call.method.empty()) {
+    return Error(kMissingField);
+  }
+  if (call.api == kAuthApi) {
+    return HandleAuth(request);
+  }
+  if (call.version.isNull()) {
+    return Error(kMissingField);
+  }
+  int code = 0;
+  const std::optional<Session> session = Authenticate(request, &code);
+  if (!session) {
+    return Error(code);
+  }
+  const std::optional<int> version = VersionNumber(call.version);
+  if (!version) {
+    return Error(kUnsupportedVersion);
+  }
+  const ApiMethod* method = nullptr;
+  switch (registry_.Find(call.api, *version, call.method, &method)) {
+    case Lookup::kFound:
+      break;
+    case Lookup::kUnknownApi:
+      return Error(kUnknownApi);
+    case Lookup::kUnsupportedVersion:
+      return Error(kUnsupportedVersion);
+    case Lookup::kUnknownMethod:
+      return Error(kUnknownMethod);
+  }
+  if (!session->account.admin && !method->open_to_every_user) {
+    return Error(kNotPermitted);
+  }
+  return CallModule(*method, *session, request);
+}
+
+std::optional<Session> Dispatcher::Authenticate(const Request& request, int* code) {
+  std::optional<Session> session =
+      request.session_id ? sessions_.Use(*request.session_id) : std::nullopt;
+  if (!session) {
+    *code = kNotLoggedIn;
+    return std::nullopt;
+  }
+  if (!request.token || !SameToken(*request.token, session->token)) {
+    *code = kBadToken;
+    return std::nullopt;
+  }
+  return session;
+}
+
+HttpResponse Dispatcher::HandleAuth(const Request& request) {
+  const ApiCall& call = request.call;
+  if (!call.version.isNull() && VersionNumber(call.version) != 1) {
+    return Error(kUnsupportedVersion);
+  }
+  if (call.method == "login") {
+    return Login(request);
+  }
+  if (call.method == "logout") {
+    return Logout(request);
+  }
+  return Error(kUnknownMethod);
+}
+
+HttpResponse Dispatcher::Login(const Request& request) {
+  const ApiCall& call = request.call;
+  const std::optional<std::string> account = call.Text("account");
+  if (!account) {
+    return BadParameter(call, "account");
+  }
+  const std::optional<std::string> password = call.Text("passwd");
+  if (!password) {
+    return BadParameter(call, "passwd");
+  }
+  const std::string who = Printable(*account) + " from " + request.peer;
+  if (limiter_.LockedOut(*account, request.peer)) {
+    LogFailure("login refused for account", who, "too many failed logins");
+    return Error(kLockedOut);
+  }
+  switch (CheckPassword(*account, *password)) {
+    case PasswordCheck::kAccepted:
+      break;
+    case PasswordCheck::kWrong:
+      limiter_.RecordFailure(*account, request.peer);
+      LogFailure("login failed for account", who, "wrong account or password");
+      return Error(kWrongCredentials);
+    case PasswordCheck::kAccountRefused:
+      limiter_.RecordFailure(*account, request.peer);
+      return Error(kNotPermitted);
+    case PasswordCheck::kFailed:
+      return Error(kInternalError);
+  }
+  limiter_.RecordSuccess(*account);
+  const std::optional<Account> details = LookupAccount(*account);
+  if (!details) {
+    return Error(kInternalError);
+  }
+  if (request.session_id) {
+    sessions_.Remove(*request.session_id);
+  }
+  const std::optional<Session> session = sessions_.Create(*details);
+  if (!session) {
+    return Error(kInternalError);
+  }
+  sessions_.RemoveExpired();  // logins are rare: a fine moment to sweep
+  Json::Value data(Json::objectValue);
+  data["token"] = session->token;
+  data["account"] = details->user;
+  data["admin"] = details->admin;
+  HttpResponse out = JsonResponse(SuccessBody(data));
+  out.Add("Set-Cookie", SessionCookie(session->id));
+  return out;
+}
+
+HttpResponse Dispatcher::Logout(const Request& request) {
+  int code = 0;
+  const std::optional<Session> session = Authenticate(request, &code);
+  if (!session) {
+    return Error(code);
+  }
+  sessions_.Remove(session->id);
+  HttpResponse out = JsonResponse(SuccessBody(Json::Value()));
+  out.Add("Set-Cookie", ExpiredSessionCookie());
+  return out;
+}
+
+HttpResponse Dispatcher::CallModule(const ApiMethod& method, const Session& session,
+                                    const Request& request) {
+  QRIX::APILogin login{session.account.user, session.account.uid, session.account.admin,
+                       request.language};
+  QRIX::APIRequest api_request(method.api, method.version, method.method, request.call.params,
+                               std::move(login));
+  try {
+    if (method.check(&api_request, &module_response_)) {
+      method.entry(&api_request, &module_response_);
+    }
+  } catch (const qrixdl::QrixError& e) {
+    const int code = e.GetErrorCode() != 0 ? e.GetErrorCode() : kInternalError;
+    LogFailure("module error in", MethodName(method),
+               "error " + std::to_string(e.GetErrorCode()) + ": " + e.what());
+    return Error(code);
+  } catch (const std::exception& e) {
+    LogFailure("module exception in", MethodName(method), e.what());
+    return Error(kInternalError);
+  } catch (...) {
+    LogFailure("module exception in", MethodName(method), "not a std::exception");
+    return Error(kInternalError);
+  }
+  return JsonResponse(ModuleResponseBody(module_response_));
+}
+
+}  // namespace qrix::host

@@ -1,0 +1,50 @@
+// One call of /webapi/entry.cgi, from the HTTP request to the envelope: the host's own login
+// API, the session and CSRF token, the method lookup, the policy, then the module's check
+// function and, when it accepts, the entry function.
+#ifndef QRIX_HOST_DISPATCHER_H_
+#define QRIX_HOST_DISPATCHER_H_
+
+#include <optional>
+
+#include "host/access/login_limiter.h"
+#include "host/access/session_store.h"
+#include "host/dispatch/module_registry.h"
+#include "host/dispatch/request.h"
+#include "host/http/http_message.h"
+#include "platform/webapi/api_response.h"
+
+namespace qrix::host {
+
+inline constexpr const char* kAuthApi = "QRIX.API.Auth";
+
+class Dispatcher {
+ public:
+  Dispatcher(const ModuleRegistry& registry, SessionStore& sessions, LoginLimiter& limiter)
+      : registry_(registry), sessions_(sessions), limiter_(limiter) {}
+  Dispatcher(const Dispatcher&) = delete;
+  Dispatcher& operator=(const Dispatcher&) = delete;
+
+  HttpResponse Handle(const Request& request);
+
+  // Whether the module registered post-response callbacks, and running them, in order, once
+  // the response has been sent.
+  bool HasCallbacks() const { return !module_response_.GetCallbacks().empty(); }
+  void RunCallbacks() const { module_response_.RunCallbacks(); }
+
+ private:
+  HttpResponse HandleAuth(const Request& request);
+  HttpResponse Login(const Request& request);
+  HttpResponse Logout(const Request& request);
+  // The session the request proves with its cookie and token, or the error code why not.
+  std::optional<Session> Authenticate(const Request& request, int* code);
+  HttpResponse CallModule(const ApiMethod& method, const Session& session, const Request& request);
+
+  const ModuleRegistry& registry_;
+  SessionStore& sessions_;
+  LoginLimiter& limiter_;
+  QRIX::APIResponse module_response_;
+};
+
+}  // namespace qrix::host
+
+#endif  // QRIX_HOST_DISPATCHER_H_

@@ -1,0 +1,153 @@
+#include "host/dispatch/request.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <string_view>
+
+#include "host/common/json_text.h"
+#include "host/http/cookie.h"
+#include "host/http/form.h"
+#include "host/http/language.h"
+
+namespace qrix::host {
+namespace {
+
+constexpr std::string_view kFormType = "application/x-www-form-urlencoded";
+constexpr std::string_view kJsonType = "application/json";
+
+// The media type of a Content-Type header, lower case, without parameters.
+std::string MediaType(const std::string* header) {
+  if (header == nullptr) {
+    return {};
+  }
+  std::string type = header->substr(0, header->find(';'));
+  type.erase(std::remove_if(type.begin(), type.end(),
+                            [](unsigned char c) { return std::isspace(c) != 0; }),
+             type.end());
+  std::transform(type.begin(), type.end(), type.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return type;
+}
+
+std::string StringOrEmpty(const Json::Value& value) {
+  return value.isString() ? value.asString() : std::string();
+}
+
+void TakeField(const std::string& name, const std::string& text, ApiCall* call) {
+  Json::Value value = FieldValue(text);
+  if (name == "api") {
+    call->api = StringOrEmpty(value);
+  } else if (name == "method") {
+    call->method = StringOrEmpty(value);
+  } else if (name == "version") {
+    call->version = std::move(value);
+  } else {
+    call->params[name] = std::move(value);
+    call->form_text[name] = text;
+  }
+}
+
+bool TakeJsonBody(const std::string& body, ApiCall* call) {
+  Json::Value root;
+  if (!ParseStrictJson(body, &root) || !root.isObject()) {
+    return false;
+  }
+  const Json::Value* params = root.find("params", "params" + 6);
+  if (params != nullptr && !params->isObject() && !params->isNull()) {
+    return false;
+  }
+  if (const Json::Value* api = root.find("api", "api" + 3)) {
+    call->api = StringOrEmpty(*api);
+  }
+  if (const Json::Value* method = root.find("method", "method" + 6)) {
+    call->method = StringOrEmpty(*method);
+  }
+  if (const Json::Value* version = root.find("version", "version" + 7)) {
+    call->version = *version;
+  }
+  if (params != nullptr && params->isObject()) {
+    for (const std::string& name : params->getMemberNames()) {
+      call->params[name] = (*params)[name];
+      call->form_text.erase(name);
+    }
+  }
+  return true;
+}
+
+CallParse DecodeCall(const HttpRequest& request, ApiCall* out) {
+  for (const auto& [name, text] : ParseForm(request.Query())) {
+    TakeField(name, text, out);
+  }
+  if (request.body.empty()) {
+    return CallParse::kOk;
+  }
+  const std::string type = MediaType(request.Header("content-type"));
+  if (type == kFormType) {
+    for (const auto& [name, text] : ParseForm(request.body)) {
+      TakeField(name, text, out);
+    }
+    return CallParse::kOk;
+  }
+  if (type == kJsonType) {
+    return TakeJsonBody(request.body, out) ? CallParse::kOk : CallParse::kUnreadable;
+  }
+  return CallParse::kUnsupportedMediaType;
+}
+
+std::optional<std::string> Optional(const std::string* header) {
+  return header != nullptr ? std::optional<std::string>(*header) : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> ApiCall::Text(const std::string& name) const {
+  const Json::Value* value = params.find(name.data(), name.data() + name.size());
+  if (value == nullptr) {
+    return std::nullopt;
+  }
+  if (value->isString()) {
+    return value->asString();
+  }
+  if (const auto it = form_text.find(name); it != form_text.end()) {
+    return it->second;
+  }
+  return std::nullopt;
+}
+
+Request DecodeRequest(const HttpRequest& http) {
+  Request out;
+  out.method = http.method;
+  out.target = http.target;
+  out.path = std::string(http.Path());
+  out.peer = http.peer;
+  out.host = Optional(http.Header("host"));
+  out.origin = Optional(http.Header("origin"));
+  out.token = Optional(http.Header(kTokenHeader));
+  const std::string* cookies = http.Header("cookie");
+  if (cookies != nullptr) {
+    out.session_id = CookieValue(*cookies, kSessionCookie);
+  }
+  out.language = UiLanguage(cookies, http.Header("accept-language"));
+  if (out.ForTheApi()) {
+    out.call_parse = DecodeCall(http, &out.call);
+  }
+  return out;
+}
+
+std::optional<int> VersionNumber(const Json::Value& version) {
+  if (version.isInt()) {
+    return version.asInt();
+  }
+  if (version.isString()) {
+    const std::string text = version.asString();
+    int number = 0;
+    const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (ec == std::errc() && end == text.data() + text.size() && !text.empty() && text[0] != '-') {
+      return number;
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace qrix::host

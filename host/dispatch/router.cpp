@@ -1,0 +1,30 @@
+#include "host/dispatch/router.h"
+
+namespace qrix::host {
+
+HttpResponse Route(const Request& request, const HostCheck& host_check, const StaticFiles& files,
+                   Dispatcher& dispatcher) {
+  if (!request.host) {
+    return TextResponse(400, "missing Host header");
+  }
+  if (!host_check.HostAllowed(*request.host)) {
+    return TextResponse(421, "this server does not answer for that host name");
+  }
+  if (request.target.empty() || request.target.front() != '/') {
+    return TextResponse(400, "bad request target");
+  }
+  if (!request.ForTheApi()) {
+    return files.Serve(request.method, request.path);
+  }
+  if (request.method != "GET" && request.method != "POST") {
+    HttpResponse out = TextResponse(405, "method not allowed");
+    out.Add("Allow", "GET, POST");
+    return out;
+  }
+  if (!host_check.OriginAllowed(request.origin ? &*request.origin : nullptr)) {
+    return TextResponse(403, "cross-origin request refused");
+  }
+  return dispatcher.Handle(request);
+}
+
+}  // namespace qrix::host

@@ -1,0 +1,199 @@
+#include "host/http/request_reader.h"
+
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/http/read.hpp>
+#include <cctype>
+
+namespace qrix::host {
+namespace {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = boost::beast::http;
+
+constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
+// How long and how much a refused client may still send while its answer drains to it.
+constexpr auto kLinger = std::chrono::seconds(1);
+constexpr std::size_t kMaxDrain = 1024 * 1024;
+
+ReadResult Classify(const beast::error_code& ec) {
+  if (ec == http::error::header_limit || ec == http::error::body_limit ||
+      ec == http::error::buffer_overflow) {
+    return ReadResult::kTooLarge;
+  }
+  if (ec == http::error::end_of_stream || ec == http::error::partial_message) {
+    return ReadResult::kClosed;
+  }
+  // Anything outside the parser's own errors is the socket failing.
+  if (ec.category() != beast::error_code(http::error::bad_method).category()) {
+    return ReadResult::kClosed;
+  }
+  return ReadResult::kMalformed;
+}
+
+std::string Lower(beast::string_view text) {
+  std::string out(text);
+  for (char& c : out) {
+    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return out;
+}
+
+beast::string_view Trimmed(beast::string_view text) {
+  beast::string_view out = text;
+  while (!out.empty() && (out.front() == ' ' || out.front() == '\t')) {
+    out.remove_prefix(1);
+  }
+  while (!out.empty() && (out.back() == ' ' || out.back() == '\t')) {
+    out.remove_suffix(1);
+  }
+  return out;
+}
+
+// Framing two parties could read differently is how requests are smuggled past a proxy in
+// front: refuse it rather than guess. Two Host or Origin headers are refused for the same
+// reason: the checks would read one and the page's server another.
+bool Unambiguous(const http::request_parser<http::string_body>::value_type& head) {
+  if (head.count(http::field::host) > 1 || head.count(http::field::origin) > 1) {
+    return false;
+  }
+  const auto encodings = head.count(http::field::transfer_encoding);
+  if (encodings == 0) {
+    return true;
+  }
+  return encodings == 1 && head.count(http::field::content_length) == 0 &&
+         beast::iequals(Trimmed(head[http::field::transfer_encoding]), "chunked");
+}
+
+}  // namespace
+
+RequestReader::RequestReader(asio::ip::tcp::socket socket, std::string peer,
+                             const HttpLimits& limits)
+    : socket_(std::move(socket)),
+      peer_(std::move(peer)),
+      limits_(limits),
+      linger_(socket_.get_executor()),
+      started_(std::chrono::steady_clock::now()) {
+  parser_.header_limit(static_cast<std::uint32_t>(limits_.header_bytes));
+  parser_.body_limit(limits_.body_bytes);
+}
+
+void RequestReader::Start(Done done) {
+  done_ = std::move(done);
+  http::async_read_header(socket_, buffer_, parser_,
+                          [self = shared_from_this()](const beast::error_code& ec, std::size_t) {
+                            self->OnHeader(ec);
+                          });
+}
+
+void RequestReader::OnHeader(const beast::error_code& ec) {
+  if (aborted_) {
+    return Finish(ReadResult::kTimedOut);
+  }
+  if (ec) {
+    return Finish(Classify(ec));
+  }
+  head_complete_ = true;
+  if (!Unambiguous(parser_.get())) {
+    return Finish(ReadResult::kMalformed);
+  }
+  if (parser_.is_done()) {
+    return Finish(ReadResult::kOk);
+  }
+  if (!beast::iequals(parser_.get()[http::field::expect], "100-continue")) {
+    return ReadBody();
+  }
+  asio::async_write(socket_, asio::buffer(kContinue.data(), kContinue.size()),
+                    [self = shared_from_this()](const beast::error_code& write_ec, std::size_t) {
+                      if (self->aborted_) {
+                        return self->Finish(ReadResult::kTimedOut);
+                      }
+                      if (write_ec) {
+                        return self->Finish(ReadResult::kClosed);
+                      }
+                      self->ReadBody();
+                    });
+}
+
+void RequestReader::ReadBody() {
+  http::async_read(socket_, buffer_, parser_,
+                   [self = shared_from_this()](const beast::error_code& ec, std::size_t) {
+                     if (self->aborted_) {
+                       return self->Finish(ReadResult::kTimedOut);
+                     }
+                     self->Finish(ec ? Classify(ec) : ReadResult::kOk);
+                   });
+}
+
+void RequestReader::Abort() {
+  if (!finished_ && !aborted_) {
+    aborted_ = true;
+    beast::error_code ignored;
+    socket_.cancel(ignored);
+  }
+}
+
+void RequestReader::Finish(ReadResult result) {
+  if (finished_) {
+    return;
+  }
+  finished_ = true;
+  HttpRequest request;
+  if (result == ReadResult::kOk) {
+    http::request<http::string_body> message = parser_.release();
+    request.method = std::string(message.method_string());
+    request.target = std::string(message.target());
+    request.headers.reserve(16);
+    for (const auto& field : message) {
+      request.headers.emplace_back(Lower(field.name_string()), std::string(field.value()));
+    }
+    request.body = std::move(message.body());
+    request.peer = peer_;
+  }
+  // The callback may drop the last reference the master held: keep this alive through it.
+  auto self = shared_from_this();
+  Done done = std::move(done_);
+  done(result, std::move(request));
+}
+
+UniqueFd RequestReader::ReleaseConnection() {
+  beast::error_code ec;
+  return UniqueFd(socket_.release(ec));
+}
+
+void RequestReader::AnswerAndClose(std::string answer) {
+  answer_ = std::move(answer);
+  asio::async_write(socket_, asio::buffer(answer_),
+                    [self = shared_from_this()](const beast::error_code& ec, std::size_t) {
+                      if (ec) {
+                        return;  // the socket closes with the last reference
+                      }
+                      beast::error_code ignored;
+                      self->socket_.shutdown(asio::ip::tcp::socket::shutdown_send, ignored);
+                      self->linger_.expires_after(kLinger);
+                      self->linger_.async_wait([self](const beast::error_code& wait_ec) {
+                        if (!wait_ec) {
+                          beast::error_code cancel_ignored;
+                          self->socket_.cancel(cancel_ignored);
+                        }
+                      });
+                      self->Drain();
+                    });
+}
+
+// Reads and drops what the client still sends, until it stops, the linger ends or enough has
+// been swallowed: closing with unread input would reset the connection before the client has
+// read the answer.
+void RequestReader::Drain() {
+  socket_.async_read_some(asio::buffer(sink_),
+                          [self = shared_from_this()](const beast::error_code& ec, std::size_t n) {
+                            self->drained_ += n;
+                            if (!ec && self->drained_ < kMaxDrain) {
+                              return self->Drain();
+                            }
+                            self->linger_.cancel();
+                          });
+}
+
+}  // namespace qrix::host

@@ -1,0 +1,526 @@
+#include "host/process/master.h"
+
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <deque>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "host/common/host_codes.h"
+#include "host/common/host_log.h"
+#include "host/dispatch/envelope.h"
+#include "host/http/response_writer.h"
+#include "host/process/handoff.h"
+#include "host/process/watchdog.h"
+
+namespace qrix::host {
+namespace {
+
+namespace asio = boost::asio;
+using asio::ip::tcp;
+using Clock = std::chrono::steady_clock;
+
+// The worker answers 110 itself when its time is up; the master kills it only if it cannot.
+constexpr auto kKillGrace = std::chrono::seconds(2);
+// After a worker died before it could serve, forking again at once would only spin.
+constexpr auto kRespawnPause = std::chrono::seconds(1);
+// How often deadlines are looked at: reading deadlines are seconds long.
+constexpr auto kSweepEvery = std::chrono::milliseconds(200);
+// Spent workers finish their callbacks beside the serving ones; this bounds them all.
+constexpr int kProcessesPerWorker = 8;
+
+std::string Answer(int status, const char* text) {
+  return SerializeResponse(TextResponse(status, text));
+}
+
+const char* Refusal(ReadResult result) {
+  switch (result) {
+    case ReadResult::kTooLarge:
+      return "request too large";
+    case ReadResult::kMalformed:
+      return "malformed HTTP";
+    case ReadResult::kTimedOut:
+      return "request not complete in time";
+    default:
+      return "connection closed";
+  }
+}
+
+class Master {
+ public:
+  Master(UniqueFd listener, const MasterSettings& settings, const WorkerMain& worker_main)
+      : settings_(settings),
+        worker_main_(worker_main),
+        acceptor_(io_),
+        signals_(io_, SIGCHLD, SIGTERM, SIGINT),
+        sweep_(io_),
+        listener_(std::move(listener)) {}
+
+  int Run();
+
+ private:
+  enum class State { kStarting, kIdle, kBusy, kDone };
+  struct Worker {
+    State state = State::kStarting;
+    std::unique_ptr<asio::posix::stream_descriptor> channel;
+    char status[16] = {};
+    Clock::time_point deadline;
+    bool killed = false;  // by the master, already logged
+  };
+  struct Waiting {
+    HttpRequest request;
+    UniqueFd connection;
+    Clock::time_point since;
+  };
+
+  void Accept();
+  void OnAccepted(tcp::socket socket);
+  void MakeRoomFor(const std::string& address);
+  void OnRead(RequestReader* reader, ReadResult result, HttpRequest request);
+  void Deliver(HttpRequest request, UniqueFd connection);
+  bool HandOver(pid_t pid, const HttpRequest& request, int connection);
+  void RefuseDirectly(int connection, const std::string& answer);
+  void ReadStatus(pid_t pid);
+  void OnStatus(pid_t pid, char status);
+  void Retire(pid_t pid, Worker& worker);
+  int Serving() const;
+  void SpawnMissing();
+  void Spawn();
+  void WaitForSignal();
+  void Reap();
+  void Sweep();
+  void BeginStop();
+  void StopIfDone();
+
+  const MasterSettings& settings_;
+  const WorkerMain& worker_main_;
+  asio::io_context io_{1};
+  tcp::acceptor acceptor_;
+  asio::signal_set signals_;
+  asio::steady_timer sweep_;
+  UniqueFd listener_;
+  std::list<std::shared_ptr<RequestReader>> reading_;  // oldest first
+  std::unordered_map<std::string, int> reading_per_address_;
+  std::deque<Waiting> waiting_;
+  std::map<pid_t, Worker> workers_;
+  std::vector<pid_t> idle_;  // the last to become idle is used first: its caches are warm
+  Clock::time_point next_spawn_;
+  bool accepting_ = false;
+  bool stopping_ = false;
+  bool stop_killed_ = false;
+  Clock::time_point stop_deadline_;
+};
+
+int Master::Run() {
+  sockaddr_storage bound{};
+  socklen_t length = sizeof bound;
+  ::getsockname(listener_.Get(), reinterpret_cast<sockaddr*>(&bound), &length);
+  boost::system::error_code ec;
+  acceptor_.assign(bound.ss_family == AF_INET6 ? tcp::v6() : tcp::v4(), listener_.Release(), ec);
+  if (ec) {
+    LogFailure("cannot serve the listening socket of", kLogIdent, ec.message());
+    return 1;
+  }
+  SpawnMissing();
+  Accept();
+  WaitForSignal();
+  Sweep();
+  io_.run();
+  return 0;
+}
+
+void Master::Accept() {
+  accepting_ = true;
+  acceptor_.async_accept([this](const boost::system::error_code& ec, tcp::socket socket) {
+    accepting_ = false;
+    if (ec == asio::error::operation_aborted || stopping_) {
+      return;
+    }
+    if (ec) {
+      // Out of descriptors, say: the sweep tries again rather than spinning here.
+      LogFailure("cannot accept a connection in", kLogIdent, ec.message());
+      return;
+    }
+    OnAccepted(std::move(socket));
+    Accept();
+  });
+}
+
+void Master::OnAccepted(tcp::socket socket) {
+  boost::system::error_code ec;
+  socket.set_option(tcp::no_delay(true), ec);
+  const tcp::endpoint peer = socket.remote_endpoint(ec);
+  if (ec) {
+    return;  // already gone
+  }
+  std::string address = peer.address().to_string();
+  MakeRoomFor(address);
+  auto reader = std::make_shared<RequestReader>(std::move(socket), address, settings_.limits);
+  reading_.push_back(reader);
+  ++reading_per_address_[address];
+  reader->Start([this, r = reader.get()](ReadResult result, HttpRequest request) {
+    OnRead(r, result, std::move(request));
+  });
+}
+
+// A connection that has not sent its request yet costs only a buffer here, but the buffers
+// are bounded: a new connection pushes out the oldest unfinished one of its address, or of
+// all. Requests complete in milliseconds; what is pushed out is what stayed silent.
+void Master::MakeRoomFor(const std::string& address) {
+  const auto oldest = [this](const std::string* of) {
+    for (const auto& reader : reading_) {
+      if (of == nullptr || reader->Peer() == *of) {
+        reader->Abort();
+        return;
+      }
+    }
+  };
+  if (reading_per_address_[address] >= settings_.max_reading_per_address) {
+    oldest(&address);
+  }
+  if (static_cast<int>(reading_.size()) >= settings_.max_reading) {
+    oldest(nullptr);
+  }
+}
+
+void Master::OnRead(RequestReader* reader, ReadResult result, HttpRequest request) {
+  const auto it = std::find_if(reading_.begin(), reading_.end(),
+                               [reader](const auto& r) { return r.get() == reader; });
+  if (it == reading_.end()) {
+    return;
+  }
+  const std::shared_ptr<RequestReader> keep = *it;
+  reading_.erase(it);
+  if (--reading_per_address_[keep->Peer()] <= 0) {
+    reading_per_address_.erase(keep->Peer());
+  }
+  if (stopping_) {
+    return;  // the connection closes with the reader
+  }
+  switch (result) {
+    case ReadResult::kOk:
+      return Deliver(std::move(request), keep->ReleaseConnection());
+    case ReadResult::kClosed:
+      return;
+    case ReadResult::kTooLarge:
+      keep->AnswerAndClose(SerializeResponse(JsonResponse(ErrorBody(kTooLarge))));
+      break;
+    case ReadResult::kMalformed:
+      keep->AnswerAndClose(Answer(400, "bad request"));
+      break;
+    case ReadResult::kTimedOut:
+      keep->AnswerAndClose(Answer(408, "request timeout"));
+      break;
+  }
+  LogFailure("refused request from", keep->Peer(), Refusal(result));
+}
+
+void Master::Deliver(HttpRequest request, UniqueFd connection) {
+  if (stopping_) {
+    return RefuseDirectly(connection.Get(), Answer(503, "the server is stopping"));
+  }
+  while (!idle_.empty()) {
+    const pid_t pid = idle_.back();
+    idle_.pop_back();
+    if (HandOver(pid, request, connection.Get())) {
+      return;  // our copy of the connection closes here; the worker has its own
+    }
+  }
+  if (static_cast<int>(waiting_.size()) >= settings_.max_waiting) {
+    LogFailure("refused request from", request.peer, "every worker busy and the queue full");
+    return RefuseDirectly(connection.Get(), Answer(503, "server busy, try again"));
+  }
+  waiting_.push_back(Waiting{std::move(request), std::move(connection), Clock::now()});
+}
+
+bool Master::HandOver(pid_t pid, const HttpRequest& request, int connection) {
+  const auto it = workers_.find(pid);
+  if (it == workers_.end() || it->second.state != State::kIdle) {
+    return false;
+  }
+  Worker& worker = it->second;
+  if (!SendRequest(worker.channel->native_handle(), request, connection)) {
+    Retire(pid, worker);
+    return false;
+  }
+  worker.state = State::kBusy;
+  worker.deadline = Clock::now() + std::chrono::seconds(settings_.request_timeout) + kKillGrace;
+  return true;
+}
+
+// For the few answers the master gives without reading more: the client has sent its whole
+// request, so a short, non-blocking write is enough.
+void Master::RefuseDirectly(int connection, const std::string& answer) {
+  ::send(connection, answer.data(), answer.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+void Master::ReadStatus(pid_t pid) {
+  Worker& worker = workers_.at(pid);
+  worker.channel->async_read_some(
+      asio::buffer(worker.status), [this, pid](const boost::system::error_code& ec, size_t n) {
+        const auto it = workers_.find(pid);
+        if (it == workers_.end() || !it->second.channel) {
+          return;
+        }
+        if (ec) {
+          return Retire(pid, it->second);  // the worker is gone; the reaper says why
+        }
+        for (size_t i = 0; i < n && it->second.channel; ++i) {
+          OnStatus(pid, it->second.status[i]);
+        }
+        if (it->second.channel) {
+          ReadStatus(pid);
+        }
+      });
+}
+
+void Master::OnStatus(pid_t pid, char status) {
+  Worker& worker = workers_.at(pid);
+  if (worker.state == State::kDone) {
+    return;
+  }
+  if (status != static_cast<char>(WorkerStatus::kReady)) {
+    return Retire(pid, worker);  // spent or leaving: it exits on its own
+  }
+  worker.state = State::kIdle;
+  if (stopping_) {
+    return Retire(pid, worker);  // closing its line tells it to leave
+  }
+  while (!waiting_.empty()) {
+    Waiting next = std::move(waiting_.front());
+    waiting_.pop_front();
+    if (HandOver(pid, next.request, next.connection.Get())) {
+      return;
+    }
+    if (workers_.at(pid).state == State::kDone) {
+      waiting_.push_front(std::move(next));
+      return;
+    }
+  }
+  idle_.push_back(pid);
+}
+
+// The worker serves no more: its line closes (telling an idle one to leave) and a replacement
+// is forked.
+void Master::Retire(pid_t pid, Worker& worker) {
+  worker.state = State::kDone;
+  worker.channel.reset();
+  idle_.erase(std::remove(idle_.begin(), idle_.end(), pid), idle_.end());
+  SpawnMissing();
+}
+
+int Master::Serving() const {
+  return static_cast<int>(std::count_if(workers_.begin(), workers_.end(), [](const auto& w) {
+    return w.second.state != State::kDone;
+  }));
+}
+
+void Master::SpawnMissing() {
+  while (!stopping_ && Serving() < settings_.workers &&
+         static_cast<int>(workers_.size()) < settings_.workers * kProcessesPerWorker &&
+         Clock::now() >= next_spawn_) {
+    Spawn();
+  }
+}
+
+void Master::Spawn() {
+  UniqueFd master_end;
+  UniqueFd worker_end;
+  if (!MakeChannel(&master_end, &worker_end)) {
+    LogFailure("cannot make a line to a worker of", kLogIdent, errno);
+    next_spawn_ = Clock::now() + kRespawnPause;
+    return;
+  }
+  const pid_t master = ::getpid();
+  const pid_t pid = ::fork();
+  if (pid < 0) {
+    LogFailure("cannot fork a worker of", kLogIdent, errno);
+    next_spawn_ = Clock::now() + kRespawnPause;
+    return;
+  }
+  if (pid == 0) {
+    // The worker keeps nothing of the master's loop: not its signal handlers, not the clients
+    // it is reading, not the other workers' lines. The log's socket goes too, and is opened
+    // again, so that no log line can ever go to a descriptor number reused for a client.
+    ::closelog();
+    struct sigaction action {};
+    action.sa_handler = SIG_DFL;
+    for (const int sig : {SIGCHLD, SIGTERM, SIGINT}) {
+      ::sigaction(sig, &action, nullptr);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    // An orphaned worker would serve no one: it follows the master out.
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != master) {
+      ::_exit(0);
+    }
+    const int keep = worker_end.Get();
+    if (keep > 3) {
+      ::close_range(3, static_cast<unsigned>(keep - 1), 0);
+    }
+    ::close_range(static_cast<unsigned>(std::max(keep, 2) + 1), UINT_MAX, 0);
+    // Connected now, while root: a request that left the ids changed must still be logged.
+    ::openlog(kLogIdent, LOG_PID | LOG_NDELAY, LOG_DAEMON);
+    worker_main_(std::move(worker_end));
+    ::_exit(0);
+  }
+  Worker& worker = workers_[pid];
+  worker.channel = std::make_unique<asio::posix::stream_descriptor>(io_, master_end.Release());
+  ReadStatus(pid);
+}
+
+void Master::WaitForSignal() {
+  signals_.async_wait([this](const boost::system::error_code& ec, int sig) {
+    if (ec) {
+      return;
+    }
+    if (sig == SIGCHLD) {
+      Reap();
+    } else {
+      BeginStop();
+    }
+    WaitForSignal();
+  });
+}
+
+void Master::Reap() {
+  int status = 0;
+  pid_t pid;
+  while ((pid = ::waitpid(-1, &status, WNOHANG)) > 0) {
+    const auto it = workers_.find(pid);
+    if (it == workers_.end()) {
+      continue;
+    }
+    const std::string name = std::to_string(pid);
+    if (WIFSIGNALED(status) && !it->second.killed && !(stopping_ && WTERMSIG(status) == SIGTERM)) {
+      const int sig = WTERMSIG(status);
+      LogFailure("request worker", name,
+                 "ended by signal " + std::to_string(sig) + " (" + ::strsignal(sig) + ")");
+    } else if (WIFEXITED(status) && WEXITSTATUS(status) == kExitTimeLimit) {
+      LogFailure(
+          "request worker", name,
+          "exceeded the request time limit of " + std::to_string(settings_.request_timeout) + " s");
+    } else if (WIFEXITED(status) && WEXITSTATUS(status) != 0) {
+      LogFailure("request worker", name,
+                 "exited with status " + std::to_string(WEXITSTATUS(status)));
+    }
+    if (it->second.state == State::kStarting && !stopping_) {
+      next_spawn_ = Clock::now() + kRespawnPause;  // it died before it could serve
+    }
+    idle_.erase(std::remove(idle_.begin(), idle_.end(), pid), idle_.end());
+    workers_.erase(it);
+  }
+  SpawnMissing();
+  StopIfDone();
+}
+
+void Master::Sweep() {
+  const Clock::time_point now = Clock::now();
+  std::vector<std::shared_ptr<RequestReader>> overdue;
+  for (const auto& reader : reading_) {
+    const auto age = now - reader->Started();
+    if (age > settings_.limits.read_time ||
+        (!reader->HeadComplete() && age > settings_.limits.head_time)) {
+      overdue.push_back(reader);
+    }
+  }
+  for (const auto& reader : overdue) {
+    reader->Abort();
+  }
+  for (auto& [pid, worker] : workers_) {
+    if (worker.state == State::kBusy && !worker.killed && now >= worker.deadline) {
+      ::kill(pid, SIGKILL);
+      worker.killed = true;
+      LogFailure("request worker", std::to_string(pid),
+                 "exceeded the request time limit of " + std::to_string(settings_.request_timeout) +
+                     " s; killed");
+    }
+  }
+  while (!waiting_.empty() &&
+         now - waiting_.front().since > std::chrono::seconds(settings_.request_timeout)) {
+    RefuseDirectly(waiting_.front().connection.Get(), Answer(503, "server busy, try again"));
+    waiting_.pop_front();
+  }
+  if (stopping_ && !stop_killed_ && now >= stop_deadline_) {
+    for (const auto& [pid, worker] : workers_) {
+      ::kill(pid, SIGKILL);
+    }
+    stop_killed_ = true;
+  }
+  if (!stopping_ && !accepting_) {
+    Accept();
+  }
+  SpawnMissing();
+  sweep_.expires_after(kSweepEvery);
+  sweep_.async_wait([this](const boost::system::error_code& ec) {
+    if (!ec) {
+      Sweep();
+    }
+  });
+}
+
+void Master::BeginStop() {
+  if (stopping_) {
+    // Asked twice: no more waiting for busy workers.
+    for (const auto& [pid, worker] : workers_) {
+      ::kill(pid, SIGKILL);
+    }
+    stop_killed_ = true;
+    return;
+  }
+  stopping_ = true;
+  stop_deadline_ = Clock::now() + std::chrono::seconds(settings_.request_timeout) + kKillGrace;
+  boost::system::error_code ignored;
+  acceptor_.close(ignored);
+  for (const auto& reader : reading_) {
+    reader->Abort();
+  }
+  for (Waiting& w : waiting_) {
+    RefuseDirectly(w.connection.Get(), Answer(503, "the server is stopping"));
+  }
+  waiting_.clear();
+  // Idle and starting workers leave at once; busy ones when they report their request done.
+  for (auto& [pid, worker] : workers_) {
+    if (worker.state == State::kIdle || worker.state == State::kStarting) {
+      worker.state = State::kDone;
+      worker.channel.reset();
+    }
+  }
+  idle_.clear();
+  StopIfDone();
+}
+
+void Master::StopIfDone() {
+  if (stopping_ && workers_.empty()) {
+    io_.stop();
+  }
+}
+
+}  // namespace
+
+int RunMaster(UniqueFd listener, const MasterSettings& settings, const WorkerMain& worker_main) {
+  Master master(std::move(listener), settings, worker_main);
+  return master.Run();
+}
+
+}  // namespace qrix::host

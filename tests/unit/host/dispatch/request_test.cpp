@@ -1,0 +1,132 @@
+#include "host/dispatch/request.h"
+
+#include <gtest/gtest.h>
+
+namespace qrix::host {
+namespace {
+
+HttpRequest Http(std::string target, std::string content_type, std::string body) {
+  HttpRequest r;
+  r.method = "POST";
+  r.target = kEntryPath + std::move(target);
+  if (!content_type.empty()) {
+    r.headers.emplace_back("content-type", std::move(content_type));
+  }
+  r.body = std::move(body);
+  return r;
+}
+
+TEST(RequestTest, ReadsFormQueryAndJsonAlike) {
+  struct Row {
+    const char* label;
+    HttpRequest request;
+  };
+  const Row rows[] = {
+      {"form body", Http("", "application/x-www-form-urlencoded",
+                         "api=A.B&version=1&method=set&port=6881&word=auto")},
+      {"form body with charset", Http("", "Application/X-WWW-Form-Urlencoded; charset=UTF-8",
+                                      "api=A.B&version=1&method=set&port=6881&word=auto")},
+      {"query string", Http("?api=A.B&version=1&method=set&port=6881&word=auto", "", "")},
+      {"query and body", Http("?api=A.B&port=1", "application/x-www-form-urlencoded",
+                              "version=1&method=set&port=6881&word=auto")},
+      {"JSON body", Http("", "application/json",
+                         R"({"api":"A.B","version":1,"method":"set",)"
+                         R"("params":{"port":6881,"word":"auto"}})")},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.label);
+    const Request decoded = DecodeRequest(row.request);
+    ASSERT_EQ(decoded.call_parse, CallParse::kOk);
+    const ApiCall& call = decoded.call;
+    EXPECT_EQ(call.api, "A.B");
+    EXPECT_EQ(VersionNumber(call.version), 1);
+    EXPECT_EQ(call.method, "set");
+    Json::Value params(Json::objectValue);
+    params["port"] = 6881;
+    params["word"] = "auto";
+    EXPECT_EQ(call.params, params);
+  }
+}
+
+TEST(RequestTest, RefusesBodiesThatAreNoCall) {
+  struct Row {
+    const char* content_type;
+    const char* body;
+    CallParse result;
+  };
+  const Row rows[] = {
+      {"application/json", "{", CallParse::kUnreadable},
+      {"application/json", "[]", CallParse::kUnreadable},
+      {"application/json", R"({"api":"A","params":"x"})", CallParse::kUnreadable},
+      {"text/plain", "api=A", CallParse::kUnsupportedMediaType},
+      {"", "api=A", CallParse::kUnsupportedMediaType},
+      {"multipart/form-data; boundary=x", "--x", CallParse::kUnsupportedMediaType},
+      {"text/plain", "", CallParse::kOk},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(DecodeRequest(Http("", row.content_type, row.body)).call_parse, row.result)
+        << row.content_type << " " << row.body;
+  }
+}
+
+TEST(RequestTest, TextParametersKeepWhatWasSent) {
+  const ApiCall call = DecodeRequest(Http("", "application/x-www-form-urlencoded",
+                                          "a=123456&b=%22quoted%22&c=true&d=plain&e=1e3"))
+                           .call;
+  EXPECT_EQ(call.Text("a"), "123456");
+  EXPECT_EQ(call.Text("b"), "quoted");
+  EXPECT_EQ(call.Text("c"), "true");
+  EXPECT_EQ(call.Text("d"), "plain");
+  EXPECT_EQ(call.Text("e"), "1e3");
+  EXPECT_EQ(call.Text("missing"), std::nullopt);
+
+  const ApiCall json =
+      DecodeRequest(Http("", "application/json", R"({"params":{"a":"x","n":5}})")).call;
+  EXPECT_EQ(json.Text("a"), "x");
+  EXPECT_EQ(json.Text("n"), std::nullopt) << "a JSON number is no text";
+}
+
+// Everything later steps read comes out of the one decode: the session cookie among others,
+// the token, the language; the page's files get no call decoded at all.
+TEST(RequestTest, DecodesWhoAsksAndWhereTo) {
+  HttpRequest http = Http("?api=A", "", "");
+  http.peer = "192.0.2.7";
+  http.headers = {{"host", "nas:5080"},
+                  {"origin", "http://nas:5080"},
+                  {"cookie", "a=1; qrix_sid=\"abc\"; lang=fra"},
+                  {"x-qrix-token", "tok"}};
+  const Request request = DecodeRequest(http);
+  EXPECT_TRUE(request.ForTheApi());
+  EXPECT_EQ(request.peer, "192.0.2.7");
+  EXPECT_EQ(request.host, "nas:5080");
+  EXPECT_EQ(request.origin, "http://nas:5080");
+  EXPECT_EQ(request.session_id, "abc");
+  EXPECT_EQ(request.token, "tok");
+  EXPECT_EQ(request.language, "fra");
+  EXPECT_EQ(request.call.api, "A");
+
+  http.target = "/index.html?api=A";
+  http.headers.clear();
+  const Request page = DecodeRequest(http);
+  EXPECT_FALSE(page.ForTheApi());
+  EXPECT_EQ(page.path, "/index.html");
+  EXPECT_EQ(page.call.api, "");
+  EXPECT_EQ(page.host, std::nullopt);
+  EXPECT_EQ(page.session_id, std::nullopt);
+  EXPECT_EQ(page.language, "enu");
+}
+
+TEST(RequestTest, VersionNumbers) {
+  EXPECT_EQ(VersionNumber(Json::Value(1)), 1);
+  EXPECT_EQ(VersionNumber(Json::Value(2.0)), 2);
+  EXPECT_EQ(VersionNumber(Json::Value("3")), 3);
+  EXPECT_EQ(VersionNumber(Json::Value("")), std::nullopt);
+  EXPECT_EQ(VersionNumber(Json::Value("-1")), std::nullopt);
+  EXPECT_EQ(VersionNumber(Json::Value("1x")), std::nullopt);
+  EXPECT_EQ(VersionNumber(Json::Value(1.5)), std::nullopt);
+  EXPECT_EQ(VersionNumber(Json::Value(true)), std::nullopt);
+  EXPECT_EQ(VersionNumber(Json::Value()), std::nullopt);
+}
+
+}  // namespace
+}  // namespace qrix::host

@@ -1,0 +1,91 @@
+#include "host/http/form.h"
+
+#include <gtest/gtest.h>
+
+#include "host/common/json_text.h"
+
+namespace qrix::host {
+namespace {
+
+TEST(FormTest, PercentDecoding) {
+  struct Row {
+    const char* in;
+    bool plus_is_space;
+    std::string out;
+  };
+  const Row rows[] = {
+      {"a%20b", true, "a b"},
+      {"a+b", true, "a b"},
+      {"a+b", false, "a+b"},
+      {"%41%7a", true, "Az"},
+      {"%e2%82%AC", true, "\xe2\x82\xac"},
+      {"%00", true, std::string(1, '\0')},
+      {"100%", true, "100%"},
+      {"%4", true, "%4"},
+      {"%zz", true, "%zz"},
+      {"%%41", true, "%A"},
+      {"", true, ""},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(PercentDecode(row.in, row.plus_is_space), row.out) << row.in;
+  }
+}
+
+TEST(FormTest, Fields) {
+  using Fields = std::vector<std::pair<std::string, std::string>>;
+  struct Row {
+    const char* in;
+    Fields out;
+  };
+  const Row rows[] = {
+      {"a=1&b=2", {{"a", "1"}, {"b", "2"}}},
+      {"a=1&&b=", {{"a", "1"}, {"b", ""}}},
+      {"flag&x=y", {{"flag", ""}, {"x", "y"}}},
+      {"=orphan&k=v", {{"k", "v"}}},
+      {"k=a=b", {{"k", "a=b"}}},
+      {"na%6De=v%26w", {{"name", "v&w"}}},
+      {"k=1&k=2", {{"k", "1"}, {"k", "2"}}},
+      {"", {}},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(ParseForm(row.in), row.out) << row.in;
+  }
+}
+
+TEST(FormTest, FieldValueIsJsonWhenItParsesAndTextOtherwise) {
+  Json::Value list(Json::arrayValue);
+  list.append("a");
+  list.append(2);
+  struct Row {
+    std::string text;
+    Json::Value value;
+  };
+  const Row rows[] = {
+      {"6881", 6881},
+      {"-3", -3},
+      {"2.5", 2.5},
+      {"true", true},
+      {"false", false},
+      {"null", Json::Value()},
+      {"[\"a\",2]", list},
+      {"\"auto\"", "auto"},
+      {"auto", "auto"},
+      {"", ""},
+      {" 7 ", 7},
+      {"123abc", "123abc"},
+      {"1 2", "1 2"},
+      {"[1,", "[1,"},
+      {"'single'", "'single'"},
+      {"/*c*/1", "/*c*/1"},
+      {"{\"a\":1,\"a\":2}", "{\"a\":1,\"a\":2}"},
+      {"NaN", "NaN"},
+      {std::string(100, '[') + std::string(100, ']'),
+       std::string(100, '[') + std::string(100, ']')},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(FieldValue(row.text), row.value) << row.text;
+  }
+}
+
+}  // namespace
+}  // namespace qrix::host
