@@ -115,7 +115,8 @@ TEST(VlibcProcTest, RefusesPidFilesThatNameNoLiveProcess) {
   if (zombie == 0) {
     _exit(0);
   }
-  usleep(50000);  // exited, not yet reaped
+  siginfo_t exited{};
+  ASSERT_EQ(waitid(P_PID, zombie, &exited, WEXITED | WNOWAIT), 0);  // exited, not yet reaped
   struct Case {
     const char* name;
     std::string content;  // "-" for no file
