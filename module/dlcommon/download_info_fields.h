@@ -141,6 +141,15 @@ inline constexpr const char* kWriteOrder[] = {
 
 static_assert(std::size(kReadOrder) == 45 && std::size(kWriteOrder) == 45);
 
+// The record crosses into programs built apart from this library, on the 32-bit NAS as here:
+// 32-bit integers, the untouched 16-byte head, the text sizes the reader cuts to and the 16-bit
+// NZB port fix its layout (360 bytes on both targets).
+static_assert(sizeof(int) == 4 && offsetof(DownloadInfo, order) == 16);
+static_assert(sizeof(DownloadInfo::nzb_server) == 64 && sizeof(DownloadInfo::nzb_user) == 64 &&
+              sizeof(DownloadInfo::nzb_password_en) == 45 &&
+              sizeof(DownloadInfo::nzb_encryption) == 4);
+static_assert(sizeof(DownloadInfo::nzb_port) == 2 && sizeof(DownloadInfo) == 360);
+
 // The table row of a key, or nullptr.
 const Field* FindField(const char* key);
 

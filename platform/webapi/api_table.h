@@ -2,6 +2,7 @@
 #ifndef QRIX_PLATFORM_WEBAPI_API_TABLE_H_
 #define QRIX_PLATFORM_WEBAPI_API_TABLE_H_
 
+#include <cstddef>
 #include <cstdint>
 
 namespace QRIX {
@@ -29,6 +30,18 @@ struct APICheckTableEntry {
   intptr_t reserved1;
   intptr_t reserved2;
 };
+
+// On the 32-bit NAS the host reads an API row as four 32-bit words and a check row as six; a
+// changed member type or padding there would shift every row after the first.
+#if UINTPTR_MAX == 0xFFFFFFFFu
+static_assert(sizeof(APITableEntry) == 4 * 4 && offsetof(APITableEntry, version) == 4 &&
+              offsetof(APITableEntry, method) == 8 && offsetof(APITableEntry, entry) == 12);
+static_assert(sizeof(APICheckTableEntry) == 6 * 4 && offsetof(APICheckTableEntry, version) == 4 &&
+              offsetof(APICheckTableEntry, method) == 8 &&
+              offsetof(APICheckTableEntry, check) == 12 &&
+              offsetof(APICheckTableEntry, reserved1) == 16 &&
+              offsetof(APICheckTableEntry, reserved2) == 20);
+#endif
 
 }  // namespace QRIX
 

@@ -27,7 +27,12 @@ FakeScheduler::FakeScheduler() : counts_path_("/tmp/fake_scheduler.counts") {
   ::unlink(counts_path_.c_str());
   pid_ = ::fork();
   if (pid_ == 0) {
+#ifdef QRIX_TEST_EMULATOR
+    ::execlp(QRIX_TEST_EMULATOR, QRIX_TEST_EMULATOR, QRIX_FAKE_SCHEDULER, counts_path_.c_str(),
+             nullptr);
+#else
     ::execl(QRIX_FAKE_SCHEDULER, QRIX_FAKE_SCHEDULER, counts_path_.c_str(), nullptr);
+#endif
     ::_exit(127);
   }
   for (int i = 0; i < 500 && !PidFileNames(pid_); ++i) {

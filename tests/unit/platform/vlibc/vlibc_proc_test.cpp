@@ -1,5 +1,6 @@
 // Signalling by pid file: only a pid file that root or the package wrote, naming a live process
 // of its writer, gets the signal.
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -27,16 +28,27 @@ pid_t SignalCatcher(uid_t uid = 0) {
   sigaddset(&set, SIGHUP);
   sigaddset(&set, SIGUSR2);
   sigprocmask(SIG_BLOCK, &set, nullptr);
+  int running_as[2];
+  if (pipe(running_as) != 0) {
+    return -1;
+  }
   const pid_t pid = fork();
   if (pid == 0) {
     if (uid != 0 && setresuid(uid, uid, uid) != 0) {
       _exit(1);
     }
+    close(running_as[1]);
     int sig = 0;
     sigwait(&set, &sig);
     _exit(40 + sig);
   }
   sigprocmask(SIG_UNBLOCK, &set, nullptr);
+  // Returns once the child runs as `uid` (or has died): before that it is root's process.
+  close(running_as[1]);
+  char none = 0;
+  while (read(running_as[0], &none, 1) < 0 && errno == EINTR) {
+  }
+  close(running_as[0]);
   return pid;
 }
 
@@ -115,7 +127,8 @@ TEST(VlibcProcTest, RefusesPidFilesThatNameNoLiveProcess) {
   if (zombie == 0) {
     _exit(0);
   }
-  usleep(50000);  // exited, not yet reaped
+  siginfo_t exited{};
+  ASSERT_EQ(waitid(P_PID, zombie, &exited, WEXITED | WNOWAIT), 0);  // exited, not yet reaped
   struct Case {
     const char* name;
     std::string content;  // "-" for no file
