@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -37,6 +38,8 @@ pid_t SignalCatcher(uid_t uid = 0) {
     if (uid != 0 && setresuid(uid, uid, uid) != 0) {
       _exit(1);
     }
+    // Set after the id change, which clears it: a failed assertion must not leave it behind.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     close(running_as[1]);
     int sig = 0;
     sigwait(&set, &sig);
