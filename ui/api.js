@@ -4,6 +4,7 @@
 const kEndpoint = 'webapi/entry.cgi';
 const kTokenKey = 'qrix.token';
 const kAccountKey = 'qrix.account';
+const kApisKey = 'qrix.apis';
 
 export const kAuthApi = 'QRIX.API.Auth';
 
@@ -22,13 +23,22 @@ export class ApiError extends Error {
 export const session = {
   token() { return sessionStorage.getItem(kTokenKey); },
   account() { return sessionStorage.getItem(kAccountKey); },
-  save(token, account) {
+  // The APIs the server lets this account call; the page offers nothing else.
+  apis() {
+    try {
+      const apis = JSON.parse(sessionStorage.getItem(kApisKey));
+      return Array.isArray(apis) ? apis : [];
+    } catch {
+      return [];
+    }
+  },
+  save(token, account, apis) {
     sessionStorage.setItem(kTokenKey, token);
     sessionStorage.setItem(kAccountKey, account);
+    sessionStorage.setItem(kApisKey, JSON.stringify(apis));
   },
   clear() {
-    sessionStorage.removeItem(kTokenKey);
-    sessionStorage.removeItem(kAccountKey);
+    for (const key of [kTokenKey, kAccountKey, kApisKey]) sessionStorage.removeItem(key);
   },
 };
 
@@ -86,7 +96,7 @@ export async function login(account, passwd) {
   if (!data || typeof data.token !== 'string') {
     throw new ApiError(0, null, 'the server sent no session token');
   }
-  session.save(data.token, account);
+  session.save(data.token, account, Array.isArray(data.apis) ? data.apis : []);
   return data;
 }
 

@@ -14,9 +14,15 @@ const kLoginErrors = {
   111: 'The account or password is wrong.',
 };
 
-function pageFromHash() {
+// An account sees only the pages it may save: an ordinary user never meets an empty form.
+function allowedPages() {
+  const apis = session.apis();
+  return kPages.filter((p) => apis.includes(p.api));
+}
+
+function pageFromHash(pages) {
   const id = location.hash.replace(/^#/, '');
-  return kPages.find((p) => p.id === id) ?? kPages[0];
+  return pages.find((p) => p.id === id) ?? pages[0];
 }
 
 function showLogin(message = '') {
@@ -37,7 +43,7 @@ function endSession(message) {
 function buildTabs() {
   const list = $('tabs');
   list.replaceChildren();
-  for (const page of kPages) {
+  for (const page of allowedPages()) {
     const item = document.createElement('li');
     const link = document.createElement('a');
     link.href = `#${page.id}`;
@@ -49,7 +55,15 @@ function buildTabs() {
 }
 
 function showPage() {
-  const page = pageFromHash();
+  const page = pageFromHash(allowedPages());
+  if (!page) {
+    const note = document.createElement('p');
+    note.className = 'status';
+    note.textContent = 'Your account has no download settings to change here.';
+    $('page').replaceChildren(note);
+    document.title = 'Haulport settings';
+    return;
+  }
   for (const link of $('tabs').querySelectorAll('a')) {
     if (link.dataset.page === page.id) link.setAttribute('aria-current', 'page');
     else link.removeAttribute('aria-current');
@@ -66,6 +80,7 @@ function showSettings() {
   $('settings-view').hidden = false;
   $('who').hidden = false;
   $('who-name').textContent = session.account() ?? '';
+  buildTabs();
   showPage();
 }
 
@@ -93,7 +108,6 @@ async function onLogin(event) {
 }
 
 function start() {
-  buildTabs();
   $('login-form').addEventListener('submit', onLogin);
   $('logout').addEventListener('click', async () => {
     try {

@@ -164,6 +164,10 @@ HttpResponse Dispatcher::Login(const Request& request) {
   data["token"] = session->token;
   data["account"] = details->user;
   data["admin"] = details->admin;
+  data["apis"] = Json::Value(Json::arrayValue);
+  for (const std::string& api : registry_.ApisFor(details->admin)) {
+    data["apis"].append(api);
+  }
   HttpResponse out = JsonResponse(SuccessBody(data));
   out.Add("Set-Cookie", SessionCookie(session->id));
   return out;

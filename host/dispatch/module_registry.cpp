@@ -95,6 +95,16 @@ bool ModuleRegistry::Load(const std::string& path, std::string* error) {
   return true;
 }
 
+std::vector<std::string> ModuleRegistry::ApisFor(bool admin) const {
+  std::set<std::string> apis;
+  for (const ApiMethod& m : methods_) {
+    if (admin || m.open_to_every_user) {
+      apis.insert(m.api);
+    }
+  }
+  return {apis.begin(), apis.end()};
+}
+
 Lookup ModuleRegistry::Find(std::string_view api, int version, std::string_view method,
                             const ApiMethod** found) const {
   bool api_known = false;

@@ -37,6 +37,9 @@ class ModuleRegistry {
   Lookup Find(std::string_view api, int version, std::string_view method,
               const ApiMethod** found) const;
   size_t Size() const { return methods_.size(); }
+  // The APIs an account may call, sorted: every one for an administrator, else those the
+  // policy opens to every user. The page shows only these.
+  std::vector<std::string> ApisFor(bool admin) const;
 
  private:
   struct Unloader {

@@ -1,6 +1,7 @@
 // The web-API contract over HTTP: every host error code, the parameter encodings, who the
 // module is told is asking, and which APIs ordinary users may call.
 #include <unistd.h>
+#include <algorithm>
 
 #include "tests/api/host_fixture.h"
 #include "tests/fixtures/test_module.h"
@@ -23,9 +24,14 @@ class DispatchTest : public HostTest {
     server_ = std::make_unique<HostServer>();
     alice_ = std::make_unique<ApiClient>(*server_);
     bob_ = std::make_unique<ApiClient>(*server_);
-    ASSERT_TRUE(alice_->Login(kAlice)["success"].asBool());
-    ASSERT_TRUE(bob_->Login(kBob)["success"].asBool());
+    alice_login_ = alice_->Login(kAlice);
+    bob_login_ = bob_->Login(kBob);
+    ASSERT_TRUE(alice_login_["success"].asBool());
+    ASSERT_TRUE(bob_login_["success"].asBool());
   }
+
+  Json::Value alice_login_;
+  Json::Value bob_login_;
 
   std::unique_ptr<HostServer> server_;
   std::unique_ptr<ApiClient> alice_;
@@ -282,7 +288,11 @@ TEST_F(DispatchTest, OrdinaryUsersReachOnlyTheApisThePolicyOpens) {
       {alice_.get(), kSettingsApi, "get", true},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(std::string(row.client == bob_.get() ? "bob " : "alice ") + row.api);
+    const bool is_bob = row.client == bob_.get();
+    SCOPED_TRACE(std::string(is_bob ? "bob " : "alice ") + row.api);
+    // The login lists exactly what the account may call: the page offers nothing else.
+    const Json::Value& listed = (is_bob ? bob_login_ : alice_login_)["data"]["apis"];
+    EXPECT_EQ(std::count(listed.begin(), listed.end(), Json::Value(row.api)), row.allowed);
     ApiClient client = *row.client;
     const Json::Value answer = client.Call(row.api, row.method);
     if (row.allowed) {

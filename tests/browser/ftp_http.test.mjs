@@ -117,8 +117,11 @@ describe('FTP and HTTP page', () => {
     await page.waitForFunction(() => document.querySelector('#login-status').textContent !== '');
     assert.equal(await page.textContent('#login-status'), 'The account or password is wrong.');
 
+    // An ordinary user is offered no administrator's page, not even an empty one.
     await signIn(page, demo.url, demo.user);
-    assert.match(await pageStatus(page), /not permitted/);
+    await page.waitForFunction(() => document.querySelector('#page').textContent !== '');
+    assert.equal(await page.locator('#tabs a').count(), 0);
+    assert.match(await page.textContent('#page'), /no download settings/);
     assert.deepEqual(page.errors, []);
   });
 });
