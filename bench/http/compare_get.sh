@@ -1,15 +1,18 @@
 #!/usr/bin/env bash
-# A settings "get" over HTTP, a new connection per request, on three servers: our FtpHttp get
-# (the demo's host), Transmission's session-get and qBittorrent's app/preferences. Each server
-# runs alone on 127.0.0.1 with a private config directory, pinned to CPU 0; the load generator
-# (http_load) runs pinned to the same CPU, then to CPU 1. Idle CPUs wake slowly on this kind of
-# machine, so pinning is what makes the figures measure the servers.
+# A settings "get" over HTTP, a new connection per request, on four servers: our FtpHttp get
+# (the demo's host), Transmission's session-get, qBittorrent's app/preferences, and nginx
+# serving a 600-byte static file (what a new connection per request costs at the least on this
+# machine). Then a one-key "set" on ours (written with fsync) and on qBittorrent (which persists
+# its preferences too). Each server runs alone on 127.0.0.1 with a private config directory,
+# pinned to CPU 0; the load generator (http_load) runs pinned to the same CPU, then to CPU 1.
+# Idle CPUs wake slowly on this kind of machine, so pinning is what makes the figures measure
+# the servers.
 #
-#   bench/http/compare_get.sh [--requests N] [--only ours|transmission|qbittorrent]...
+#   bench/http/compare_get.sh [--requests N] [--only ours|transmission|qbittorrent|nginx]...
 #
 # Needs: the release build (scripts/run, or QRIX_BUILD_DIR) with target http_load, and the
 # peers (scripts/bootstrap --bench). Prints p50/p99 latency and requests per second at 1 and 16
-# clients for each system and pinning, then the ratios against ours.
+# clients for each system, operation and pinning, then the ratios against ours.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/../.." && pwd)
@@ -25,16 +28,17 @@ while (($#)); do
   case $1 in
     --requests) (($# >= 2)) || die "--requests needs a number"; requests=$2; shift 2 ;;
     --only)
-      [[ ${2:-} =~ ^(ours|transmission|qbittorrent)$ ]] || die "--only takes ours, transmission or qbittorrent"
+      [[ ${2:-} =~ ^(ours|transmission|qbittorrent|nginx)$ ]] ||
+        die "--only takes ours, transmission, qbittorrent or nginx"
       systems+=("$2"); shift 2 ;;
     *) die "unknown option $1 (usage: compare_get.sh [--requests N] [--only SYSTEM]...)" ;;
   esac
 done
 [[ $requests =~ ^[0-9]+$ ]] && ((requests > 0)) || die "--requests must be a positive number"
-((${#systems[@]})) || systems=(ours transmission qbittorrent)
+((${#systems[@]})) || systems=(ours transmission qbittorrent nginx)
 
 [[ -x $load ]] || die "$load is missing: cmake --build $build --target http_load"
-for tool in transmission-daemon qbittorrent-nox curl python3 taskset; do
+for tool in transmission-daemon qbittorrent-nox nginx curl python3 taskset; do
   command -v "$tool" >/dev/null || die "$tool is missing: run scripts/bootstrap --bench"
 done
 (($(nproc) >= 2)) || die "needs two CPUs to compare same-CPU and cross-CPU figures"
@@ -119,6 +123,12 @@ run_ours() {
     --header 'Content-Type: application/x-www-form-urlencoded' \
     --header "Cookie: qrix_sid=$sid" --header "X-QRIX-Token: $token" \
     --body 'api=QRIX.Haulport2.Setting.FtpHttp&version=1&method=get' --expect '"success":true'
+  echo "ours: FtpHttp set of one key"
+  measure ours-set "$port" --method POST --path /webapi/entry.cgi \
+    --header 'Content-Type: application/x-www-form-urlencoded' \
+    --header "Cookie: qrix_sid=$sid" --header "X-QRIX-Token: $token" \
+    --body 'api=QRIX.Haulport2.Setting.FtpHttp&version=1&method=set&ftp_max_conn=7' \
+    --expect '"success":true'
   stop_server
 }
 
@@ -193,6 +203,46 @@ EOF
   server_pid=$!
   wait_port "$port" "$work/qbittorrent.log"
   measure qbittorrent "$port" --method GET --path /api/v2/app/preferences --expect '"save_path"'
+  echo "qBittorrent: app/setPreferences of one key"
+  measure qbittorrent-set "$port" --method POST --path /api/v2/app/setPreferences \
+    --header 'Content-Type: application/x-www-form-urlencoded' \
+    --body 'json=%7B%22max_connec%22%3A321%7D'
+  stop_server
+}
+
+run_nginx() {
+  local port dir
+  port=$(free_port)
+  dir=$work/nginx
+  mkdir -p "$dir/www" "$dir/tmp"
+  head -c 600 /dev/zero | tr '\0' x >"$dir/www/index.html"
+  # One worker, no logging: the least a server can do for a new connection and a small answer.
+  cat >"$dir/nginx.conf" <<EOF
+user root;
+worker_processes 1;
+daemon off;
+pid $dir/nginx.pid;
+error_log $dir/error.log;
+events { worker_connections 1024; }
+http {
+  access_log off;
+  client_body_temp_path $dir/tmp;
+  proxy_temp_path $dir/tmp;
+  fastcgi_temp_path $dir/tmp;
+  uwsgi_temp_path $dir/tmp;
+  scgi_temp_path $dir/tmp;
+  server {
+    listen 127.0.0.1:$port;
+    keepalive_timeout 0;
+    root $dir/www;
+  }
+}
+EOF
+  echo "nginx: a 600-byte static file on 127.0.0.1:$port"
+  taskset -c "$server_cpu" nginx -p "$dir" -c "$dir/nginx.conf" >"$work/nginx.log" 2>&1 &
+  server_pid=$!
+  wait_port "$port" "$work/nginx.log"
+  measure nginx "$port" --method GET --path /index.html --expect xxxxxxxxxx
   stop_server
 }
 
@@ -201,29 +251,39 @@ for system in "${systems[@]}"; do
 done
 
 echo
-printf '%-13s %-6s %7s %9s %9s %9s\n' system CPU clients p50_us p99_us req/s
-for system in "${systems[@]}"; do
+printf '%-15s %-6s %7s %9s %9s %9s\n' system CPU clients p50_us p99_us req/s
+for system in ours ours-set transmission qbittorrent qbittorrent-set nginx; do
+  [[ -n ${result[$system,same,1]:-} ]] || continue
   for mode in same cross; do
     for clients in 1 16; do
       line=${result[$system,$mode,$clients]}
-      printf '%-13s %-6s %7d %9s %9s %9s\n' "$system" "$mode" "$clients" \
+      printf '%-15s %-6s %7d %9s %9s %9s\n' "$system" "$mode" "$clients" \
         "$(field p50_us "$line")" "$(field p99_us "$line")" "$(field rps "$line")"
     done
   done
 done
 
-ratio() { python3 -c "import sys; a, b = map(float, sys.argv[1:]); print(f'{a / b:.2f}' if b else 'n/a')" "$1" "$2"; }
+calc() { python3 -c "import sys; a, b = map(float, sys.argv[2:]); print(eval(sys.argv[1]))" "$@"; }
+p50() { field p50_us "${result[$1,$2,$3]}"; }
+rps() { field rps "${result[$1,$2,$3]}"; }
 [[ -n ${result[ours,same,1]:-} ]] || exit 0
 echo
 echo "ratios (ours / peer): p50 below 1 is faster, req/s above 1 is more"
-for peer in transmission qbittorrent; do
-  [[ -n ${result[$peer,same,1]:-} ]] || continue
+for pair in ours:transmission ours:qbittorrent ours:nginx ours-set:qbittorrent-set; do
+  mine=${pair%%:*} peer=${pair#*:}
+  [[ -n ${result[$mine,same,1]:-} && -n ${result[$peer,same,1]:-} ]] || continue
   for mode in same cross; do
-    printf '  %-12s %-5s CPU: p50 at 1 client %s, p50 at 16 clients %s, req/s at 1 client %s, req/s at 16 clients %s\n' \
-      "$peer" "$mode" \
-      "$(ratio "$(field p50_us "${result[ours,$mode,1]}")" "$(field p50_us "${result[$peer,$mode,1]}")")" \
-      "$(ratio "$(field p50_us "${result[ours,$mode,16]}")" "$(field p50_us "${result[$peer,$mode,16]}")")" \
-      "$(ratio "$(field rps "${result[ours,$mode,1]}")" "$(field rps "${result[$peer,$mode,1]}")")" \
-      "$(ratio "$(field rps "${result[ours,$mode,16]}")" "$(field rps "${result[$peer,$mode,16]}")")"
+    printf '  %-8s / %-15s %-5s CPU: p50 at 1 client %s, at 16 %s; req/s at 1 client %s, at 16 %s\n' \
+      "$mine" "$peer" "$mode" \
+      "$(calc 'f"{a / b:.2f}"' "$(p50 "$mine" "$mode" 1)" "$(p50 "$peer" "$mode" 1)")" \
+      "$(calc 'f"{a / b:.2f}"' "$(p50 "$mine" "$mode" 16)" "$(p50 "$peer" "$mode" 16)")" \
+      "$(calc 'f"{a / b:.2f}"' "$(rps "$mine" "$mode" 1)" "$(rps "$peer" "$mode" 1)")" \
+      "$(calc 'f"{a / b:.2f}"' "$(rps "$mine" "$mode" 16)" "$(rps "$peer" "$mode" 16)")"
   done
 done
+if [[ -n ${result[ours-set,same,1]:-} ]]; then
+  for mode in same cross; do
+    printf '  set p50 - get p50, %-5s CPU, 1 client: %s us\n' "$mode" \
+      "$(calc 'f"{a - b:.0f}"' "$(p50 ours-set "$mode" 1)" "$(p50 ours "$mode" 1)")"
+  done
+fi
