@@ -13,6 +13,7 @@
 #include "platform/vlibc/vlibc_file.h"
 #include "tests/support/files.h"
 #include "tests/support/lock_holder.h"
+#include "tests/support/syslog_capture.h"
 
 namespace {
 
@@ -144,6 +145,21 @@ TEST_F(KvFileTest, KeepsOwnerAndModeAndMakesNewFiles0644) {
   EXPECT_EQ(st.st_mode & 07777, 0600u);
   EXPECT_EQ(st.st_uid, 1234u);
   EXPECT_EQ(st.st_gid, 5678u);
+}
+
+// Without the package's group, its files that hold secrets are root's alone, and say so.
+TEST_F(KvFileTest, WithoutThePackageGroupSecretsStayRoots) {
+  const std::string groups = ReadText("/etc/group");
+  WriteText("/etc/group", groups.substr(0, groups.find("Haulport:")));
+  qrix::test::SyslogCapture::Get().Clear();
+  const int rc = VLIBCFileSetKeyValue(qrix::test::kSettingsConf, "k", "v", nullptr);
+  WriteText("/etc/group", groups);
+  ASSERT_EQ(rc, 0);
+  struct stat st {};
+  ASSERT_EQ(stat(qrix::test::kSettingsConf, &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0600u);
+  EXPECT_EQ(st.st_gid, 0u);
+  EXPECT_TRUE(qrix::test::SyslogCapture::Get().Contains("no group Haulport"));
 }
 
 TEST_F(KvFileTest, FailsWhenTheDirectoryIsMissing) {

@@ -1,0 +1,120 @@
+// What another local account can do to the settings and the locks of their writers. Each row
+// attacks as nobody from a process that keeps what it took until the row ends; then root saves
+// a secret as the settings store does, which must be written, and the row checks the rest.
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "platform/vlibc/vlibc_file.h"
+#include "tests/support/files.h"
+#include "tests/support/syslog_capture.h"
+
+namespace {
+
+using qrix::test::kSettingsConf;
+using qrix::test::SyslogCapture;
+
+constexpr const char* kSecretKey = "download_nzb_password_en";
+
+// Runs `what` as nobody in a child; with `stay`, the child keeps what it opened until the
+// object goes.
+class AsNobody {
+ public:
+  AsNobody(const std::function<bool()>& what, bool stay) {
+    int fds[2];
+    if (pipe(fds) != 0) {
+      return;
+    }
+    pid_ = fork();
+    if (pid_ == 0) {
+      const char ok = setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 &&
+                              setresuid(65534, 65534, 65534) == 0 && what()
+                          ? 'y'
+                          : 'n';
+      (void)!write(fds[1], &ok, 1);
+      if (stay) {
+        pause();
+      }
+      _exit(0);
+    }
+    close(fds[1]);
+    char ok = 0;
+    done_ = read(fds[0], &ok, 1) == 1 && ok == 'y';
+    close(fds[0]);
+  }
+  AsNobody(const AsNobody&) = delete;
+  AsNobody& operator=(const AsNobody&) = delete;
+  ~AsNobody() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  bool Done() const { return done_; }
+
+ private:
+  pid_t pid_ = -1;
+  bool done_ = false;
+};
+
+// A locked save of the secret, in a child that an alarm ends should it hang.
+bool Save(const char* value) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    alarm(60);
+    _exit(VLIBCFileLock(0x806, 5) == 0 &&
+                  VLIBCFileSetKeyValue(kSettingsConf, kSecretKey, value, nullptr) == 0 &&
+                  VLIBCFileUnlock(0x800) == 0
+              ? 0
+              : 1);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+void ExpectOwned(const char* path, gid_t gid, mode_t mode) {
+  struct stat st {};
+  ASSERT_EQ(lstat(path, &st), 0) << path;
+  EXPECT_EQ(st.st_uid, 0u) << path;
+  EXPECT_EQ(st.st_gid, gid) << path;
+  EXPECT_EQ(st.st_mode & 07777, mode) << path;
+}
+
+TEST(FilesAndSignals, AnotherAccountCanNeitherReadTheSecretsNorSilenceASave) {
+  struct Row {
+    const char* name;
+    std::function<bool()> attack;
+    std::function<void()> check;
+  } const rows[] = {
+      {"reads the saved secrets", [] { return true; },
+       [] {
+         ExpectOwned(kSettingsConf, 990, 0640);
+         EXPECT_FALSE(AsNobody([] { return open(kSettingsConf, O_RDONLY) >= 0; }, false).Done());
+       }},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    SyslogCapture::Get().Clear();
+    // As after a boot, on a machine an older release set up: no locks, a settings file 0644.
+    for (const auto& entry : std::filesystem::directory_iterator("/run/lock")) {
+      std::filesystem::remove_all(entry.path());
+    }
+    qrix::test::WriteSettings(std::string(kSecretKey) + "=\"old\"\n");
+    ASSERT_EQ(chmod(kSettingsConf, 0644), 0);
+
+    const AsNobody attacker(row.attack, true);
+    EXPECT_TRUE(attacker.Done());
+    EXPECT_TRUE(Save("new"));
+    EXPECT_EQ(qrix::test::ReadSettings()[kSecretKey], "new");
+    row.check();
+  }
+}
+
+}  // namespace
