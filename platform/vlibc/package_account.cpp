@@ -1,6 +1,7 @@
 #include "platform/vlibc/package_account.h"
 
 #include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <syslog.h>
 
@@ -24,7 +25,7 @@ bool SameFile(const struct stat& a, const struct stat& b) {
          a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
-// The entry named QRIX_PACKAGE_ACCOUNT through getgrnam_r (or getpwnam_r), or null.
+// The entry named QRIX_PACKAGE_ACCOUNT through getpwnam_r or getgrnam_r, or null.
 template <typename Entry, typename LookUp>
 const Entry* FindPackageEntry(LookUp look_up, Entry* entry, std::vector<char>* buf) {
   Entry* found = nullptr;
@@ -50,6 +51,16 @@ std::optional<unsigned> Cached(CachedId* cache, const char* file, LookUp look_up
 
 }  // namespace
 
+std::optional<uid_t> PackageUid() {
+  static CachedId cache;
+  return Cached(&cache, "/etc/passwd", []() -> std::optional<unsigned> {
+    passwd entry{};
+    std::vector<char> buf;
+    const passwd* found = FindPackageEntry(getpwnam_r, &entry, &buf);
+    return found != nullptr ? std::optional<unsigned>(found->pw_uid) : std::nullopt;
+  });
+}
+
 std::optional<gid_t> PackageGid() {
   static CachedId cache;
   return Cached(&cache, "/etc/group", []() -> std::optional<unsigned> {
@@ -58,7 +69,7 @@ std::optional<gid_t> PackageGid() {
     if (const group* found = FindPackageEntry(getgrnam_r, &entry, &buf)) {
       return found->gr_gid;
     }
-    syslog(LOG_WARNING, "no group %s: the package's secret files are kept to root alone",
+    syslog(LOG_WARNING, "no group %s: the package's secret files and locks are kept to root alone",
            QRIX_PACKAGE_ACCOUNT);
     return std::nullopt;
   });

@@ -1,5 +1,5 @@
 // The package's own system account and group. Files that hold the package's secrets belong to
-// root and its group.
+// root and its group, and only root and its group may take the platform's locks.
 #ifndef QRIX_PLATFORM_VLIBC_PACKAGE_ACCOUNT_H_
 #define QRIX_PLATFORM_VLIBC_PACKAGE_ACCOUNT_H_
 
@@ -13,8 +13,10 @@
 
 namespace qrix {
 
-// The id of the group named QRIX_PACKAGE_ACCOUNT; nullopt (logged) when the system has none.
-// Looked up again only when /etc/group changes, so asking costs one stat.
+// The ids of the account and of the group named QRIX_PACKAGE_ACCOUNT; nullopt when the system
+// has none (a missing group is logged). Looked up again only when /etc/passwd or /etc/group
+// changes, so asking costs one stat.
+std::optional<uid_t> PackageUid();
 std::optional<gid_t> PackageGid();
 
 // Owner, group and mode a file must have whatever it had before.

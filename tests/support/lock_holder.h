@@ -16,6 +16,7 @@ class LockHolder {
   ~LockHolder();
 
   bool Holding() const { return holding_; }
+  pid_t Pid() const { return pid_; }
 
  private:
   pid_t pid_ = -1;

@@ -5,10 +5,12 @@
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -22,6 +24,7 @@ namespace {
 using qrix::test::kSettingsConf;
 using qrix::test::SyslogCapture;
 
+constexpr const char* kLockDir = "/run/lock/qrix";
 constexpr const char* kSecretKey = "download_nzb_password_en";
 
 // Runs `what` as nobody in a child; with `stay`, the child keeps what it opened until the
@@ -63,6 +66,16 @@ class AsNobody {
   bool done_ = false;
 };
 
+// Opens `path`, creating a missing file, and locks it: true when this process now holds it.
+// The descriptor stays open for as long as the process lives.
+bool Hold(const char* path) {
+  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0 && errno == ENOENT) {
+    fd = open(path, O_RDONLY | O_CREAT | O_CLOEXEC, 0666);
+  }
+  return fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0;
+}
+
 // A locked save of the secret, in a child that an alarm ends should it hang.
 bool Save(const char* value) {
   const pid_t pid = fork();
@@ -97,6 +110,26 @@ TEST(FilesAndSignals, AnotherAccountCanNeitherReadTheSecretsNorSilenceASave) {
        [] {
          ExpectOwned(kSettingsConf, 990, 0640);
          EXPECT_FALSE(AsNobody([] { return open(kSettingsConf, O_RDONLY) >= 0; }, false).Done());
+       }},
+      {"locks the settings directory", [] { return Hold("/var/packages/Haulport/etc"); }, [] {}},
+      {"takes the lock files before root does",
+       [] {
+         Hold("/run/lock/qrix-vlibc-0800.lock");
+         Hold("/run/lock/qrix/vlibc-0800.lock");
+         return true;
+       },
+       [] {}},
+      {"plants the lock directory, with links for root to follow",
+       [] {
+         return mkdir(kLockDir, 0777) == 0 && chmod(kLockDir, 0777) == 0 &&
+                symlink("/tmp/planted", "/run/lock/qrix/vlibc-0800.lock") == 0 &&
+                symlink("/tmp/planted", "/run/lock/qrix-vlibc-0800.lock") == 0;
+       },
+       [] {
+         EXPECT_FALSE(std::filesystem::exists("/tmp/planted"));
+         ExpectOwned(kLockDir, 990, 02770);
+         EXPECT_TRUE(SyslogCapture::Get().Contains(
+             "lock directory /run/lock/qrix: owner 65534:65534, mode 0777, not root's alone"));
        }},
   };
   for (const Row& row : rows) {

@@ -243,8 +243,14 @@ TEST_F(KvFileTest, LockIsExclusiveAcrossProcessesAndDiesWithItsHolder) {
   {
     const qrix::test::LockHolder holder;
     ASSERT_TRUE(holder.Holding());
+    qrix::test::SyslogCapture::Get().Clear();
     EXPECT_EQ(VLIBCFileLock(kLock, 1), -1);
     EXPECT_EQ(VLIBCErrGet(), ERR_LOCK_TIMEOUT);
+    // The module then answers success without writing: the log must say why, and who held it.
+    EXPECT_TRUE(qrix::test::SyslogCapture::Get().Contains(
+        "lock /run/lock/qrix/vlibc-0800.lock (named lock 0x0800) not had after "));
+    EXPECT_TRUE(qrix::test::SyslogCapture::Get().Contains(
+        " s: held by pid " + std::to_string(holder.Pid()) + " (vlibc_test)"));
     EXPECT_EQ(VLIBCFileLock(0x802, 0), -1);  // a single try fails at once
     EXPECT_EQ(VLIBCFileLock(0x906, 1), 0);   // another lock is free
     EXPECT_EQ(VLIBCFileUnlock(0x900), 0);
