@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -17,54 +16,25 @@
 
 #include "platform/vlibc/vlibc_file.h"
 #include "tests/support/files.h"
+#include "tests/support/lock_holder.h"
 #include "tests/support/syslog_capture.h"
 
 namespace {
 
 using qrix::test::kSettingsConf;
+using qrix::test::LockHolder;
 using qrix::test::SyslogCapture;
 
 constexpr const char* kLockDir = "/run/lock/qrix";
 constexpr const char* kSecretKey = "download_nzb_password_en";
 
-// Runs `what` as nobody in a child; with `stay`, the child keeps what it opened until the
-// object goes.
-class AsNobody {
- public:
-  AsNobody(const std::function<bool()>& what, bool stay) {
-    int fds[2];
-    if (pipe(fds) != 0) {
-      return;
-    }
-    pid_ = fork();
-    if (pid_ == 0) {
-      const char ok = setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 &&
-                              setresuid(65534, 65534, 65534) == 0 && what()
-                          ? 'y'
-                          : 'n';
-      (void)!write(fds[1], &ok, 1);
-      if (stay) {
-        pause();
-      }
-      _exit(0);
-    }
-    close(fds[1]);
-    char ok = 0;
-    done_ = read(fds[0], &ok, 1) == 1 && ok == 'y';
-    close(fds[0]);
-  }
-  AsNobody(const AsNobody&) = delete;
-  AsNobody& operator=(const AsNobody&) = delete;
-  ~AsNobody() {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  bool Done() const { return done_; }
-
- private:
-  pid_t pid_ = -1;
-  bool done_ = false;
-};
+// `what`, run as nobody.
+std::function<bool()> AsNobody(const std::function<bool()>& what) {
+  return [what] {
+    return setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 &&
+           setresuid(65534, 65534, 65534) == 0 && what();
+  };
+}
 
 // Opens `path`, creating a missing file, and locks it: true when this process now holds it.
 // The descriptor stays open for as long as the process lives.
@@ -109,7 +79,8 @@ TEST(FilesAndSignals, AnotherAccountCanNeitherReadTheSecretsNorSilenceASave) {
       {"reads the saved secrets", [] { return true; },
        [] {
          ExpectOwned(kSettingsConf, 990, 0640);
-         EXPECT_FALSE(AsNobody([] { return open(kSettingsConf, O_RDONLY) >= 0; }, false).Done());
+         EXPECT_FALSE(
+             LockHolder(AsNobody([] { return open(kSettingsConf, O_RDONLY) >= 0; })).Holding());
        }},
       {"locks the settings directory", [] { return Hold("/var/packages/Haulport/etc"); }, [] {}},
       {"takes the lock files before root does",
@@ -142,8 +113,8 @@ TEST(FilesAndSignals, AnotherAccountCanNeitherReadTheSecretsNorSilenceASave) {
     qrix::test::WriteSettings(std::string(kSecretKey) + "=\"old\"\n");
     ASSERT_EQ(chmod(kSettingsConf, 0644), 0);
 
-    const AsNobody attacker(row.attack, true);
-    EXPECT_TRUE(attacker.Done());
+    const LockHolder attacker(AsNobody(row.attack));
+    EXPECT_TRUE(attacker.Holding());
     EXPECT_TRUE(Save("new"));
     EXPECT_EQ(qrix::test::ReadSettings()[kSecretKey], "new");
     row.check();
