@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 #include "platform/vlibc/atomic_file.h"
@@ -37,11 +38,12 @@ bool TrustedDir(const struct stat& st) {
          ((st.st_mode & S_IWGRP) == 0 || IsPackageGroup(st.st_gid));
 }
 
-// Belongs to root or the package's account, and no other account may open it.
-bool TrustedFile(const struct stat& st) {
-  const std::optional<uid_t> package = PackageUid();
-  return S_ISREG(st.st_mode) && (st.st_uid == 0 || (package && st.st_uid == *package)) &&
-         (st.st_mode & S_IRWXO) == 0 && ((st.st_mode & S_IRWXG) == 0 || IsPackageGroup(st.st_gid));
+// Belongs to root or the package's account, and no account outside the group of the lock
+// directory (the package's) may open it.
+bool TrustedFile(const struct stat& st, gid_t dir_gid) {
+  return S_ISREG(st.st_mode) && (st.st_mode & S_IRWXO) == 0 &&
+         ((st.st_mode & S_IRWXG) == 0 || st.st_gid == dir_gid || st.st_gid == 0) &&
+         (st.st_uid == 0 || st.st_uid == PackageUid().value_or(0));
 }
 
 std::string Describe(const struct stat& st) {
@@ -88,10 +90,10 @@ bool ReplaceLockDir(const std::optional<struct stat>& found, const std::string& 
   return true;
 }
 
-// The lock directory, opened. Root makes it when missing and replaces whatever stands in its
-// place that is not a directory only root and the package's group can change. Invalid, with
-// errno set and a log line, when it cannot be had.
-UniqueFd OpenLockDir() {
+// The lock directory, opened, and what fstat says of it. Root makes it when missing and
+// replaces whatever stands in its place that is not a directory only root and the package's
+// group can change. Invalid, with errno set and a log line, when it cannot be had.
+UniqueFd OpenLockDir(struct stat* trusted) {
   for (int attempt = 0; attempt < 3; ++attempt) {
     UniqueFd dir(::open(QRIX_LOCK_DIR, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     const int open_err = errno;
@@ -99,6 +101,7 @@ UniqueFd OpenLockDir() {
     bool exists = true;
     if (dir.Valid()) {
       if (::fstat(dir.Get(), &st) == 0 && TrustedDir(st)) {
+        *trusted = st;
         return dir;
       }
     } else if (open_err == ENOENT) {
@@ -124,6 +127,32 @@ UniqueFd OpenLockDir() {
   syslog(LOG_ERR, "lock directory %s keeps being replaced: refused", QRIX_LOCK_DIR);
   errno = EAGAIN;
   return {};
+}
+
+// Opens (creating it) lock file `name` in the lock directory. The directory stays open for the
+// process, checked again by one lstat on each use: only root can replace it.
+UniqueFd OpenLockFile(const std::string& name, gid_t* dir_gid) {
+  static std::mutex mutex;
+  static UniqueFd dir;
+  static struct stat seen {};
+  const std::lock_guard<std::mutex> guard(mutex);
+  struct stat now {};
+  if (!dir.Valid() || ::lstat(QRIX_LOCK_DIR, &now) != 0 || now.st_dev != seen.st_dev ||
+      now.st_ino != seen.st_ino || now.st_mode != seen.st_mode || now.st_uid != seen.st_uid ||
+      now.st_gid != seen.st_gid) {
+    dir = OpenLockDir(&seen);
+    if (!dir.Valid()) {
+      return {};
+    }
+  }
+  *dir_gid = seen.st_gid;
+  UniqueFd fd(
+      ::openat(dir.Get(), name.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFileMode));
+  if (!fd.Valid()) {
+    syslog(LOG_ERR, "cannot open lock %s/%s: %s", QRIX_LOCK_DIR, name.c_str(),
+           std::strerror(errno));
+  }
+  return fd;
 }
 
 double Now() {
@@ -182,19 +211,14 @@ std::string Holder(const struct stat& st) {
 LockFile::LockFile(const std::string& name, int operation, double seconds,
                    const std::string& what) {
   const std::string path = std::string(QRIX_LOCK_DIR) + "/" + name;
-  const UniqueFd dir = OpenLockDir();
-  UniqueFd fd(dir.Valid() ? ::openat(dir.Get(), name.c_str(),
-                                     O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFileMode)
-                          : -1);
+  gid_t dir_gid = 0;
+  UniqueFd fd = OpenLockFile(name, &dir_gid);
   struct stat st {};
   if (!fd.Valid() || ::fstat(fd.Get(), &st) != 0) {
     error_ = errno;
-    if (dir.Valid()) {
-      syslog(LOG_ERR, "cannot open lock %s: %s", path.c_str(), std::strerror(error_));
-    }
     return;
   }
-  if (!TrustedFile(st)) {
+  if (!TrustedFile(st, dir_gid)) {
     error_ = EPERM;
     syslog(LOG_ERR, "lock %s: %s, not root's or the package's alone: refused", path.c_str(),
            Describe(st).c_str());
