@@ -9,15 +9,11 @@
 #include <cstdlib>
 #include <vector>
 
+#include "platform/vlibc/package_account.h"
 #include "platform/vlibc/unique_fd.h"
 
 namespace qrix {
 namespace {
-
-std::string BaseName(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 std::string TemporaryPrefix(const std::string& path) {
   return "." + BaseName(path) + ".tmp.";
@@ -68,6 +64,11 @@ int WriteAll(int fd, std::string_view data) {
 
 }  // namespace
 
+std::string BaseName(std::string_view path) {
+  const size_t slash = path.rfind('/');
+  return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
+}
+
 std::string DirName(std::string_view path) {
   const size_t slash = path.rfind('/');
   if (slash == std::string_view::npos) {
@@ -86,13 +87,17 @@ int PublishFile(const std::string& path, std::string_view content, mode_t new_mo
   if (int err = WriteAll(tmp.Fd(), content)) {
     return err;
   }
-  const mode_t mode = exists ? (old.st_mode & 07777) : new_mode;
-  if (::fchmod(tmp.Fd(), mode) != 0) {
-    return errno;
+  FileAccess want = exists ? FileAccess{old.st_uid, old.st_gid, old.st_mode & 07777}
+                           : FileAccess{::geteuid(), ::getegid(), new_mode};
+  if (const std::optional<FileAccess> fixed = PackageFileAccess(path)) {
+    want = *fixed;
   }
   // Only root may give a file away; anyone else keeps writing files as themselves.
-  if (exists && (old.st_uid != ::geteuid() || old.st_gid != ::getegid()) &&
-      ::fchown(tmp.Fd(), old.st_uid, old.st_gid) != 0 && ::geteuid() == 0) {
+  if ((want.uid != ::geteuid() || want.gid != ::getegid()) &&
+      ::fchown(tmp.Fd(), want.uid, want.gid) != 0 && ::geteuid() == 0) {
+    return errno;
+  }
+  if (::fchmod(tmp.Fd(), want.mode) != 0) {
     return errno;
   }
   if (::fsync(tmp.Fd()) != 0) {

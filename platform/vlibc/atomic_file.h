@@ -15,10 +15,14 @@
 namespace qrix {
 
 // Replaces `path` with `content`. An existing file keeps its owner and mode; a new one gets
-// `new_mode` and the caller's ids. Returns 0, or an errno value.
+// `new_mode` and the caller's ids. Files of the package's etc directory are the exception: they
+// always get the owner, group and mode that keep its secrets (package_account.h), so an older,
+// wider file is tightened by its next write. Returns 0, or an errno value.
 QRIX_EXPORT int PublishFile(const std::string& path, std::string_view content,
                             mode_t new_mode = 0644);
 
+// The last part of `path` (all of it when it has no slash).
+QRIX_EXPORT std::string BaseName(std::string_view path);
 // The directory part of `path` ("." for a bare name, "/" for a file in the root).
 QRIX_EXPORT std::string DirName(std::string_view path);
 

@@ -1,6 +1,6 @@
 // Key/value files. Reads go through the per-process parse cache (kv_cache.h). Writes rewrite
-// the whole file atomically under a lock on its directory, so writers of one file never lose
-// each other's keys.
+// the whole file atomically under the lock of its writers (dir_lock.h), so writers of one file
+// never lose each other's keys.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -61,7 +61,7 @@ const std::string* StagedValue(std::string_view path, std::string_view key) {
 
 // Applies `writes` to the file as it is on disk and publishes it once. 0 or -1.
 int Publish(const std::string& path, const std::vector<StagedWrite>& writes) {
-  const DirectoryLock lock(DirName(path));
+  const DirectoryLock lock(DirName(path), BaseName(path));
   if (!lock.Held()) {
     VLIBCErrSet(ERR_FILE_OPEN);
     return -1;

@@ -18,7 +18,8 @@ QRIX_EXPORT int VLIBCFileGetKeyValue(const char* file, const char* key, char* bu
                                      int flags);
 
 /* Sets `key` to `value`: replaces the key's line or appends one, and publishes the file
- * atomically with its owner and mode kept. `line_format` is NULL for the default line
+ * atomically with its owner and mode kept (files of the package's etc directory excepted: they
+ * hold secrets, see atomic_file.h). `line_format` is NULL for the default line
  * key="value", or a format with exactly two %s (key, then value). A value holding a newline,
  * carriage return or NUL is refused: it would let a request write lines of its own.
  * Returns 0, or -1 with the error state set. While the calling process holds a file lock the
@@ -38,9 +39,10 @@ enum {
   VLIBC_LOCK_DOWNLOAD_SETTINGS = 0x0800
 };
 
-/* Takes the lock named by `flags`. Process-wide and reentrant: nested calls count, and only
- * the outermost unlock releases it and publishes the writes staged meanwhile.
- * Returns 0, or -1 (timeout or error) with the error state set. */
+/* Takes the lock named by `flags` (a lock file of lock_file.h). Process-wide and reentrant:
+ * nested calls count, and only the outermost unlock releases it and publishes the writes staged
+ * meanwhile. Returns 0, or -1 (timeout or error) with the error state set; a lock held
+ * elsewhere past the wait is logged with its holder. */
 QRIX_EXPORT int VLIBCFileLock(int flags, int timeout);
 /* Returns 0, or -1 when the lock was not held or staged writes could not be published. */
 QRIX_EXPORT int VLIBCFileUnlock(int flags);

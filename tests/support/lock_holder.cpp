@@ -8,7 +8,9 @@
 
 namespace qrix::test {
 
-LockHolder::LockHolder(int flags) {
+LockHolder::LockHolder(int flags) : LockHolder([flags] { return VLIBCFileLock(flags, 5) == 0; }) {}
+
+LockHolder::LockHolder(const std::function<bool()>& take) {
   int fds[2];
   if (pipe(fds) != 0) {
     return;
@@ -16,7 +18,7 @@ LockHolder::LockHolder(int flags) {
   pid_ = fork();
   if (pid_ == 0) {
     close(fds[0]);
-    const char ok = VLIBCFileLock(flags, 5) == 0 ? 'y' : 'n';
+    const char ok = take() ? 'y' : 'n';
     (void)!write(fds[1], &ok, 1);
     pause();
     _exit(0);

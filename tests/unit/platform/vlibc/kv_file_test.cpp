@@ -13,6 +13,7 @@
 #include "platform/vlibc/vlibc_file.h"
 #include "tests/support/files.h"
 #include "tests/support/lock_holder.h"
+#include "tests/support/syslog_capture.h"
 
 namespace {
 
@@ -146,6 +147,21 @@ TEST_F(KvFileTest, KeepsOwnerAndModeAndMakesNewFiles0644) {
   EXPECT_EQ(st.st_gid, 5678u);
 }
 
+// Without the package's group, its files that hold secrets are root's alone, and say so.
+TEST_F(KvFileTest, WithoutThePackageGroupSecretsStayRoots) {
+  const std::string groups = ReadText("/etc/group");
+  WriteText("/etc/group", groups.substr(0, groups.find("Haulport:")));
+  qrix::test::SyslogCapture::Get().Clear();
+  const int rc = VLIBCFileSetKeyValue(qrix::test::kSettingsConf, "k", "v", nullptr);
+  WriteText("/etc/group", groups);
+  ASSERT_EQ(rc, 0);
+  struct stat st {};
+  ASSERT_EQ(stat(qrix::test::kSettingsConf, &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0600u);
+  EXPECT_EQ(st.st_gid, 0u);
+  EXPECT_TRUE(qrix::test::SyslogCapture::Get().Contains("no group Haulport"));
+}
+
 TEST_F(KvFileTest, FailsWhenTheDirectoryIsMissing) {
   EXPECT_EQ(VLIBCFileSetKeyValue("/tmp/kv/none/x.conf", "k", "v", nullptr), -1);
 }
@@ -227,8 +243,14 @@ TEST_F(KvFileTest, LockIsExclusiveAcrossProcessesAndDiesWithItsHolder) {
   {
     const qrix::test::LockHolder holder;
     ASSERT_TRUE(holder.Holding());
+    qrix::test::SyslogCapture::Get().Clear();
     EXPECT_EQ(VLIBCFileLock(kLock, 1), -1);
     EXPECT_EQ(VLIBCErrGet(), ERR_LOCK_TIMEOUT);
+    // The module then answers success without writing: the log must say why, and who held it.
+    EXPECT_TRUE(qrix::test::SyslogCapture::Get().Contains(
+        "lock /run/lock/qrix/vlibc-0800.lock (named lock 0x0800) not had after "));
+    EXPECT_TRUE(qrix::test::SyslogCapture::Get().Contains(
+        " s: held by pid " + std::to_string(holder.Pid()) + " (vlibc_test)"));
     EXPECT_EQ(VLIBCFileLock(0x802, 0), -1);  // a single try fails at once
     EXPECT_EQ(VLIBCFileLock(0x906, 1), 0);   // another lock is free
     EXPECT_EQ(VLIBCFileUnlock(0x900), 0);
