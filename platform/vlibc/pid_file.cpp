@@ -1,7 +1,6 @@
 #include "platform/vlibc/pid_file.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <syslog.h>
 
@@ -10,13 +9,13 @@
 #include <string>
 
 #include "platform/vlibc/atomic_file.h"
+#include "platform/vlibc/package_account.h"
 #include "platform/vlibc/unique_fd.h"
 #include "platform/vlibc/vlibc_error.h"
 
 namespace qrix {
 namespace {
 
-constexpr const char* kPackageAccount = "Haulport";
 constexpr size_t kMaxPidFileBytes = 32;
 
 // A pid file of anything but a plain number could point the signal anywhere.
@@ -37,14 +36,7 @@ pid_t ParsePid(const std::string& text) {
 }
 
 bool IsTrustedOwner(uid_t uid) {
-  if (uid == 0) {
-    return true;
-  }
-  passwd pw{};
-  passwd* found = nullptr;
-  char buffer[1024];
-  return ::getpwnam_r(kPackageAccount, &pw, buffer, sizeof buffer, &found) == 0 &&
-         found != nullptr && pw.pw_uid == uid;
+  return uid == 0 || PackageUid() == uid;
 }
 
 // The effective uid of a live process that is not a zombie, or -1.
