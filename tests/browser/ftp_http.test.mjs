@@ -5,8 +5,7 @@ import { readFile } from 'node:fs/promises';
 import path from 'node:path';
 import { before, describe, test } from 'node:test';
 
-import { newPage, pageStatus, recordCalls, save, settled, signIn } from
-  './support/browser.mjs';
+import { newPage, recordCalls, save, settled, signIn } from './support/browser.mjs';
 import { useDemoAndBrowser } from './support/demo.mjs';
 
 const kLimit = '#ftp_http-ftp_max_conn';
@@ -119,7 +118,6 @@ describe('FTP and HTTP page', () => {
 
     // An ordinary user is offered no administrator's page, not even an empty one.
     await signIn(page, demo.url, demo.user);
-    await page.waitForFunction(() => document.querySelector('#page').textContent !== '');
     assert.equal(await page.locator('#tabs a').count(), 0);
     assert.match(await page.textContent('#page'), /no download settings/);
     assert.deepEqual(page.errors, []);

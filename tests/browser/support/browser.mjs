@@ -21,9 +21,9 @@ export async function newPage(browser, options = {}) {
   return page;
 }
 
-// The settings page has finished loading or saving.
+// The settings page has finished loading or saving (or the account has no page to load).
 export async function settled(page) {
-  await page.waitForSelector('#page form[aria-busy="false"]');
+  await page.waitForSelector('#page form[aria-busy="false"], #page > p.status');
 }
 
 export async function signIn(page, url, { account, passwd }) {
