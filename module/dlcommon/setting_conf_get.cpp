@@ -8,6 +8,7 @@
 
 #include "module/dlcommon/download_info.h"
 #include "module/dlcommon/download_info_fields.h"
+#include "platform/vlibc/kv_cache.h"
 #include "platform/vlibc/vlibc_file.h"
 
 namespace qrixdl::settings {
@@ -94,6 +95,7 @@ const Field* FindField(const char* key) {
 extern "C" int QRIXDLInfoGet(DownloadInfo* info) {
   using namespace qrixdl::settings;
   std::memset(info, 0, sizeof *info);
+  const qrix::kv::ReadBatch one_read;
   for (const Field& f : kReadOrder) {
     char value[kValueBufSize];
     std::memset(value, 0, sizeof value);

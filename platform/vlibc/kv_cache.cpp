@@ -55,6 +55,9 @@ struct Entry {
   StringMap<std::string> values;
 };
 
+thread_local int t_batch_depth = 0;
+thread_local bool t_batch_checked = false;
+
 constexpr uint32_t kWatchMask = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_MOVED_FROM |
                                 IN_MOVED_TO | IN_CREATE | IN_DELETE | IN_DELETE_SELF |
                                 IN_MOVE_SELF | IN_ONLYDIR;
@@ -72,7 +75,10 @@ class ReadCache {
 
   int LookUp(std::string_view path, std::string_view key, std::string* value) {
     const std::lock_guard<std::mutex> guard(mutex_);
-    DrainEvents();
+    if (!t_batch_checked) {
+      DrainEvents();
+      t_batch_checked = t_batch_depth > 0;
+    }
     auto it = entries_.find(path);
     if (it == entries_.end() || !it->second.trusted) {
       it = entries_.try_emplace(std::string(path)).first;
@@ -226,6 +232,16 @@ class ReadCache {
 };
 
 }  // namespace
+
+ReadBatch::ReadBatch() {
+  ++t_batch_depth;
+}
+
+ReadBatch::~ReadBatch() {
+  if (--t_batch_depth == 0) {
+    t_batch_checked = false;
+  }
+}
 
 int CachedLookUp(std::string_view path, std::string_view key, std::string* value) {
   return ReadCache::Get().LookUp(path, key, value);
