@@ -19,6 +19,7 @@
 #include "host/process/priority.h"
 #include "host/process/watchdog.h"
 #include "platform/dlbase/handler_base.h"
+#include "platform/vlibc/lock_file.h"
 
 namespace qrix::host {
 namespace {
@@ -111,6 +112,12 @@ std::string ReasonToLeave(const WorkerSetup& setup, int served, const Identity& 
                "ids changed during a request (" + start.Describe() + " became " + now.Describe() +
                    "); leaving");
     return "ids";
+  }
+  if (AnyNamedLockHeld()) {
+    // Held on, it would make every other save wait and then answer done with nothing written.
+    LogFailure("request worker", std::to_string(::getpid()),
+               "a named lock was left held after a request; leaving");
+    return "lock";
   }
   if (served >= setup.max_requests) {
     return "request limit";

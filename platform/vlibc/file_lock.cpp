@@ -34,6 +34,10 @@ bool StagingActive() {
 
 }  // namespace qrix::kv
 
+bool qrix::AnyNamedLockHeld() {
+  return qrix::kv::StagingActive();
+}
+
 extern "C" {
 
 int VLIBCFileLock(int flags, int timeout) {

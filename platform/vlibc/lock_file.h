@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "platform/qrix_export.h"
 #include "platform/vlibc/unique_fd.h"
 
 #define QRIX_LOCK_DIR "/run/lock/qrix"
@@ -34,6 +35,10 @@ class LockFile {
   UniqueFd fd_;
   int error_ = 0;
 };
+
+// True while this process holds a named lock (VLIBCFileLock). A long-lived process that finds
+// one still held after a unit of work must not go on: every other writer would wait on it.
+QRIX_EXPORT bool AnyNamedLockHeld();
 
 }  // namespace qrix
 

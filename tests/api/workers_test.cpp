@@ -94,6 +94,7 @@ TEST_F(WorkersTest, AWorkerMakesWayWhenItCanNoLongerBeTrusted) {
       {"request limit", {"--max-requests", "2"}, "echo", nullptr},
       {"memory bound", {"--max-worker-memory", "1"}, "echo", "passed the bound"},
       {"ids left changed", {}, "leak_uid", "ids changed during a request"},
+      {"lock left held", {}, "leak_lock", "a named lock was left held"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
