@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 
 #include "platform/vlibc/process.h"
@@ -27,15 +28,25 @@ pid_t SignalCatcher(uid_t uid = 0) {
   sigaddset(&set, SIGHUP);
   sigaddset(&set, SIGUSR2);
   sigprocmask(SIG_BLOCK, &set, nullptr);
+  int ready[2];
+  if (pipe(ready) != 0) {
+    return -1;
+  }
   const pid_t pid = fork();
   if (pid == 0) {
     if (uid != 0 && setresuid(uid, uid, uid) != 0) {
       _exit(1);
     }
+    close(ready[1]);  // the parent may look at our ids now
     int sig = 0;
     sigwait(&set, &sig);
     _exit(40 + sig);
   }
+  close(ready[1]);
+  char byte;
+  while (read(ready[0], &byte, 1) < 0 && errno == EINTR) {
+  }
+  close(ready[0]);
   sigprocmask(SIG_UNBLOCK, &set, nullptr);
   return pid;
 }
