@@ -161,7 +161,11 @@ TEST(ProcessRunnerTest, RunsWithoutAShellAndCapturesOutput) {
   EXPECT_EQ(qrix::RunProcess({"/bin/echo", "a b", "$HOME;", "*"}, &out), 0);
   EXPECT_EQ(out, "a b $HOME; *\n");
   EXPECT_EQ(qrix::RunProcess({"/bin/sh", "-c", "exit 7"}), 7);
-  EXPECT_EQ(qrix::RunProcess({"/nonexistent/program"}), 127);
+  EXPECT_EQ(qrix::RunProcess({"/bin/sh", "-c", "exit 127"}), 127);
+  // A program that cannot start is told apart from one that exits 127.
+  errno = 0;
+  EXPECT_EQ(qrix::RunProcess({"/nonexistent/program"}), -1);
+  EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(qrix::RunProcess({"relative/path"}), -1);
   EXPECT_EQ(qrix::RunProcess({"/bin/sh", "-c", "kill -9 $$"}), -1);
 }
