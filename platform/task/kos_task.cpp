@@ -42,7 +42,7 @@ Task::Task(const std::string& owner, const std::string& name) : path_(PathOf(own
   Write();
 }
 
-Task::Task(std::string path, Json::Value record)
+Task::Task(Loaded, std::string path, Json::Value record)
     : path_(std::move(path)), record_(std::move(record)) {}
 
 bool Task::Write() {
@@ -66,7 +66,7 @@ bool Task::finish(bool remove_record) {
 }
 
 bool Task::remove() {
-  return !path_.empty() && (::unlink(path_.c_str()) == 0 || errno == ENOENT);
+  return !path_.empty() && ::unlink(path_.c_str()) == 0;
 }
 
 bool Task::isFinished() const {
@@ -87,7 +87,7 @@ std::unique_ptr<Task> TaskMgr::getTask(const std::string& name) const {
       !record["finished"].isBool() || !record["properties"].isObject()) {
     return nullptr;
   }
-  return std::unique_ptr<Task>(new Task(path, std::move(record)));
+  return std::unique_ptr<Task>(new Task(Task::Loaded{}, path, std::move(record)));
 }
 
 }  // namespace KOS

@@ -25,7 +25,8 @@ class QRIX_EXPORT Task {
   // Each of these writes the whole record; false when it could not be written.
   bool setProperty(const std::string& name, const Json::Value& value);
   // Marks the task finished; with `remove` the record goes at once, as nobody will read it.
-  bool finish(bool remove);
+  bool finish(bool remove_record);
+  // True when this call removed the record (false when it was gone already).
   bool remove();
 
   bool isFinished() const;
@@ -34,7 +35,8 @@ class QRIX_EXPORT Task {
 
  private:
   friend class TaskMgr;
-  Task(std::string path, Json::Value record);
+  struct Loaded {};
+  Task(Loaded, std::string path, Json::Value record);
   bool Write();
 
   std::string path_;  // empty for a record that cannot exist (a bad owner or name)
