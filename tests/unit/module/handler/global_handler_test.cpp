@@ -71,13 +71,14 @@ Json::Value PollInChild() {
   return Parse(text);
 }
 
-// Polls until the move ends; returns its result ("" when it never did).
+// Polls until the move ends; returns its result, with the error code after a failure ("" when
+// it never ended).
 std::string WaitForMove() {
   for (int i = 0; i < 1000; ++i) {
     const Json::Value p = PollInChild();
     if (p["running"] == 0) {
       EXPECT_EQ(PollInChild(), Parse(R"({"running": -1})")) << "told twice";
-      return p["result"].asString();
+      return p["result"].asString() + (p.isMember("error") ? " " + p["error"].asString() : "");
     }
     EXPECT_EQ(p["running"], 1);
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -274,26 +275,27 @@ TEST_F(GlobalHandlerTest, EveryFailureOfTheMoveEndsInFail) {
     const char* name;
     const char* to;
     void (*prepare)();
+    const char* result;
     const char* log;
     const char* link_after;
     const char* calls;
   } const cases[] = {
-      {"stop fails", "/volume2", [] { WriteText("/tmp/S25download.stop", "killed"); },
+      {"stop fails", "/volume2", [] { WriteText("/tmp/S25download.stop", "killed"); }, "fail 1002",
        "handler/global_handler:413 Failed to stop download service", "/volume1/@download",
        "stop\n"},
       {"start fails", "/volume2", [] { WriteText("/tmp/S25download.start", "killed"); },
-       "handler/global_handler:433 Failed to start download service", "/volume2/@download",
-       "stop\nstart\n"},
+       "fail 1003", "handler/global_handler:433 Failed to start download service",
+       "/volume2/@download", "stop\nstart\n"},
       {"no space", "/volume3",
-       [] { WriteText("/volume1/@download/big", std::string(3 << 20, 'x')); },
+       [] { WriteText("/volume1/@download/big", std::string(3 << 20, 'x')); }, "fail 1006",
        "handler/global_handler:445 error_no_enough_space", "/volume1/@download", "stop\nstart\n"},
-      {"read-only target", "/volume4", [] {},
+      {"read-only target", "/volume4", [] {}, "fail 1005",
        "handler/global_handler:448 error_service_datamove_failed", "/volume1/@download",
        "stop\nstart\n"},
-      {"eMule rewrite fails", "/volume2", [] { Remove(kAmuleConf); },
+      {"eMule rewrite fails", "/volume2", [] { Remove(kAmuleConf); }, "fail 1004",
        "handler/global_handler:391 Failed to set download tmp to volume /volume2",
        "/volume2/@download", "stop\nstart\n"},
-      {"current volume unknown", "/volume2", [] { PointLinkAt("/volume1/@gone"); },
+      {"current volume unknown", "/volume2", [] { PointLinkAt("/volume1/@gone"); }, "success",
        "handler/global_handler:171 Failed to get current volume path", "/volume2/@download",
        "stop\nstart\n"},
   };
@@ -303,8 +305,7 @@ TEST_F(GlobalHandlerTest, EveryFailureOfTheMoveEndsInFail) {
     c.prepare();
     ASSERT_TRUE(
         CallApi("Global", "set", std::string(R"({"download_volume": ")") + c.to + "\"}").Success());
-    const std::string result = WaitForMove();
-    EXPECT_EQ(result, std::string(c.name) == "current volume unknown" ? "success" : "fail");
+    EXPECT_EQ(WaitForMove(), c.result);
     EXPECT_TRUE(SyslogCapture::Get().Contains(c.log));
     EXPECT_EQ(fs::read_symlink(kLink), c.link_after);
     EXPECT_EQ(ReadText(kCalls), c.calls);
