@@ -260,7 +260,7 @@ async function moduleParameters() {
   const lists = new Map();
   for (const m of text.matchAll(/constexpr ParamRule (k\w+)\[\] = \{([\s\S]*?)\};/g)) {
     const rules = [];
-    for (const r of m[2].matchAll(/(Str|Int|Bool|Port|Range|OneOf|Strings)\("(\w+)"((?:R"\(.*?\)"|[^)])*)\)/g)) {
+    for (const r of m[2].matchAll(/(Str|Int|Bool|Port|Range|OneOf|Strings|VolumePath)\("(\w+)"((?:R"\(.*?\)"|[^)])*)\)/g)) {
       const [, kind, name, rest] = r;
       const rule = { kind, name };
       if (kind === 'Port') Object.assign(rule, { min: 1, max: 65535 });
@@ -309,7 +309,7 @@ describe('pages', () => {
     const params = await moduleParameters();
     const kinds = {
       bool: ['Bool'], int: ['Int', 'Port', 'Range'], text: ['Str'], password: ['Str'],
-      schedule: ['Str'], select: ['Str', 'OneOf'],
+      schedule: ['Str'], select: ['Str', 'OneOf'], volume: ['VolumePath'],
     };
     const handlers = (await Promise.all((await sourceFiles(path.join(kRepo, 'module/handler')))
       .map((f) => readFile(f, 'utf8')))).join('\n');
