@@ -30,7 +30,9 @@ export function describeVolume(volume) {
     : `${volume.display} (${state}, ${formatBytes(volume.free_size)} free)`;
 }
 
-// How a finished move ended, in words.
+// How a finished move ended, in words. A failure may come after the folder moved (the service
+// did not start again, eMule's configuration could not be rewritten), so it is not called a
+// folder left in place; the page then shows where the folder is.
 export function moveOutcome(progress, target) {
   if (progress.running !== 0) {
     return { text: 'The move ended elsewhere. The page shows where the folder is now.', kind: '' };
@@ -39,7 +41,7 @@ export function moveOutcome(progress, target) {
     return { text: `The temporary download folder was moved to ${target}.`, kind: 'ok' };
   }
   const why = progress.error ? describeError({ code: progress.error }) : 'Moving it failed.';
-  return { text: `The folder was not moved. ${why}`, kind: 'error' };
+  return { text: `The move did not complete. ${why}`, kind: 'error' };
 }
 
 const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
