@@ -309,8 +309,27 @@ TEST_F(GlobalHandlerTest, EveryFailureOfTheMoveEndsInFail) {
     EXPECT_TRUE(SyslogCapture::Get().Contains(c.log));
     EXPECT_EQ(fs::read_symlink(kLink), c.link_after);
     EXPECT_EQ(ReadText(kCalls), c.calls);
+    // A failed copy or link is told to the event log; a failed stop or start is not.
+    const std::string result = c.result;
+    EXPECT_EQ(SyslogCapture::Get().Contains("could not be moved from Volume 1 to Volume " +
+                                            std::string(c.to + 7) + "."),
+              result == "fail 1005" || result == "fail 1006");
   }
   EXPECT_FALSE(fs::exists("/volume3/@download/big"));  // the full volume got its space back
+}
+
+TEST_F(GlobalHandlerTest, AnUnreadableSettingsFileAnswers506) {
+  Remove(qrix::test::kSettingsConf);
+  fs::create_directory(qrix::test::kSettingsConf);
+  EXPECT_EQ(CallApi("Global", "get", "{}").Error(), 506);
+  EXPECT_FALSE(SyslogCapture::Get().Contains("handler/global_handler"));
+  EXPECT_EQ(CallApi("Global", "set", R"({"enable_emule": true})").Error(), 506);
+  fs::remove(qrix::test::kSettingsConf);
+  EXPECT_TRUE(
+      SyslogCapture::Get().Contains("handler/global_handler:340 Failed to get DownloadInfo"));
+  EXPECT_TRUE(SyslogCapture::Get().Contains(
+      "handler/global_handler:215 Failed to apply download service data"));
+  EXPECT_EQ(ReadText(kAmuleConf), "TempDir=/volume1/@download/aMuleTmp\nAddress=10.0.0.1\n");
 }
 
 TEST_F(GlobalHandlerTest, NoDatabaseOrNoForkMeansNoMove) {
