@@ -15,6 +15,7 @@
 #include "module/common/param_check.h"
 #include "module/handler/bt_handler.h"
 #include "module/handler/ftp_http_handler.h"
+#include "module/handler/global_handler.h"
 #include "module/handler/nzb_handler.h"
 #include "module/handler/rss_handler.h"
 #include "module/handler/scheduler_handler.h"
@@ -27,12 +28,15 @@ using QRIXDL::ParamType;
 
 // An entry function builds the row's handler on the stack, calls one operation and lets the
 // handler go; exceptions pass on to the host untouched.
-#define QRIXDL_ENTRY(func, Handler, operation)                                 \
+#define QRIXDL_ENTRY(func, Handler, operation)                                   \
   extern "C" QRIX_EXPORT void func(APIRequest* request, APIResponse* response) { \
-    Handler handler(request, response);                                        \
-    handler.operation();                                                       \
+    Handler handler(request, response);                                          \
+    handler.operation();                                                         \
   }
 
+QRIXDL_ENTRY(GetGlobalSetting, GlobalHandler, Get)
+QRIXDL_ENTRY(SetGlobalSetting, GlobalHandler, Set)
+QRIXDL_ENTRY(ReadVolumeMoveProgress, GlobalHandler, ReadProgress)
 QRIXDL_ENTRY(GetBTSetting, BtHandler, Get)
 QRIXDL_ENTRY(SetBTSetting, BtHandler, Set)
 QRIXDL_ENTRY(GetRssSetting, RssHandler, Get)
@@ -49,6 +53,9 @@ QRIXDL_ENTRY(SetFtpHttpSetting, FtpHttpHandler, Set)
 extern "C" {
 
 QRIX::APITableEntry gTable[] = {
+    {QRIXDL_API("Global"), 1, "get", GetGlobalSetting},
+    {QRIXDL_API("Global"), 1, "set", SetGlobalSetting},
+    {QRIXDL_API("Global"), 1, "read_progress", ReadVolumeMoveProgress},
     {QRIXDL_API("BT"), 1, "get", GetBTSetting},
     {QRIXDL_API("BT"), 1, "set", SetBTSetting},
     {QRIXDL_API("Rss"), 1, "get", GetRssSetting},
@@ -67,7 +74,9 @@ const char* const gDefaultSchedule =
     "111111111111111111111111111111111111111111111111111111111111111111111111111111111111"
     "111111111111111111111111111111111111111111111111111111111111111111111111111111111111";
 
-const QRIX::APITableEntry* GetAPITable() { return gTable; }
+const QRIX::APITableEntry* GetAPITable() {
+  return gTable;
+}
 
 }  // extern "C"
 
@@ -79,8 +88,12 @@ constexpr auto kOpt = APIRequest::PARAM_OPTIONAL;
 constexpr ParamRule Str(const char* name, APIRequest::PARAM_NECESSITY n = kOpt) {
   return {name, ParamType::kString, n};
 }
-constexpr ParamRule Int(const char* name) { return {name, ParamType::kInt, kOpt}; }
-constexpr ParamRule Bool(const char* name) { return {name, ParamType::kBool, kOpt}; }
+constexpr ParamRule Int(const char* name) {
+  return {name, ParamType::kInt, kOpt};
+}
+constexpr ParamRule Bool(const char* name) {
+  return {name, ParamType::kBool, kOpt};
+}
 constexpr ParamRule Port(const char* name) {
   return {name, ParamType::kInt, kOpt, Condition::kRange, 1, 65535};
 }
@@ -90,6 +103,9 @@ constexpr ParamRule Range(const char* name, int min, int max) {
 constexpr ParamRule OneOf(const char* name, const char* json_list) {
   return {name, ParamType::kString, kOpt, Condition::kOneOf, 0, 0, json_list};
 }
+constexpr ParamRule VolumePath(const char* name) {
+  return {name, ParamType::kString, kOpt, Condition::kVolume};
+}
 constexpr ParamRule Strings(const char* name, APIRequest::PARAM_NECESSITY n) {
   return {name, ParamType::kArray, n, Condition::kStringElements};
 }
@@ -97,8 +113,8 @@ constexpr ParamRule Strings(const char* name, APIRequest::PARAM_NECESSITY n) {
 // Parameters of each method in fetch order; conditions are tested in the same order.
 constexpr ParamRule kSetEmuleLocation[] = {Str("default_destination")};
 constexpr ParamRule kSetScheduler[] = {
-    Str("schedule"), Bool("enable_schedule"), Int("download_rate"),
-    Int("upload_rate"), Str("order"), Int("max_tasks"),
+    Str("schedule"), Bool("enable_schedule"), Int("download_rate"), Int("upload_rate"),
+    Str("order"),    Int("max_tasks"),
 };
 constexpr ParamRule kSetLocation[] = {
     Bool("enable_delete_torrent_nzb_watch"),
@@ -145,14 +161,14 @@ constexpr ParamRule kSetEmule[] = {
 };
 constexpr ParamRule kSetGlobal[] = {
     Str("xunlei_password"), Str("xunlei_username"), Bool("enable_unzip_service"),
-    Bool("enable_xunlei"),  Bool("enable_emule"),   Str("download_volume"),
+    Bool("enable_xunlei"),  Bool("enable_emule"),   VolumePath("download_volume"),
 };
-constexpr ParamRule kSetBtSearchAccount[] = {
-    Str("plugin_name", kReq), Str("username", kReq), Str("password", kReq)};
+constexpr ParamRule kSetBtSearchAccount[] = {Str("plugin_name", kReq), Str("username", kReq),
+                                             Str("password", kReq)};
 constexpr ParamRule kGetBtSearchAccount[] = {Str("plugin_name", kReq)};
 // Verifying may go without a password, unlike setting: intended.
-constexpr ParamRule kVerifyBtSearchAccount[] = {
-    Str("plugin_name", kReq), Str("username", kReq), Str("password", kOpt)};
+constexpr ParamRule kVerifyBtSearchAccount[] = {Str("plugin_name", kReq), Str("username", kReq),
+                                                Str("password", kOpt)};
 constexpr ParamRule kCreateBtSearch[] = {Str("btsearch_plugin", kReq)};
 constexpr ParamRule kPluginNames[] = {Strings("plugin_names", kReq)};
 constexpr ParamRule kSetRss[] = {Range("update_interval", 1, 1440)};
@@ -181,7 +197,9 @@ bool CheckSetLocationSetting(APIRequest* q, APIResponse* r) {
 bool CheckSetFtpHttpSetting(APIRequest* q, APIResponse* r) {
   return QRIXDL::CheckParams(q, r, kSetFtpHttp);
 }
-bool CheckSetBTSetting(APIRequest* q, APIResponse* r) { return QRIXDL::CheckParams(q, r, kSetBt); }
+bool CheckSetBTSetting(APIRequest* q, APIResponse* r) {
+  return QRIXDL::CheckParams(q, r, kSetBt);
+}
 bool CheckSetEmuleSetting(APIRequest* q, APIResponse* r) {
   return QRIXDL::CheckParams(q, r, kSetEmule);
 }
@@ -212,9 +230,12 @@ bool CheckSetRssSetting(APIRequest* q, APIResponse* r) {
 bool CheckSetNzbSetting(APIRequest* q, APIResponse* r) {
   return QRIXDL::CheckParams(q, r, kSetNzb);
 }
-bool CheckNoParams(APIRequest*, APIResponse*) { return true; }
+bool CheckNoParams(APIRequest*, APIResponse*) {
+  return true;
+}
 
-#define QRIXDL_CHECK(api, method, func) {QRIXDL_API(api), 1, method, func, 0, 0}
+#define QRIXDL_CHECK(api, method, func) \
+  { QRIXDL_API(api), 1, method, func, 0, 0 }
 
 // Order fixed by the host contract; it differs from the API table's on purpose.
 const QRIX::APICheckTableEntry kCheckTable[] = {
@@ -251,4 +272,6 @@ static_assert(std::size(kCheckTable) == 28);
 
 }  // namespace
 
-extern "C" const QRIX::APICheckTableEntry* GetAPICheckTable() { return kCheckTable; }
+extern "C" const QRIX::APICheckTableEntry* GetAPICheckTable() {
+  return kCheckTable;
+}

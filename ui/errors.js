@@ -38,7 +38,7 @@ export const kErrorTexts = {
   1001: 'The database service is not running.',
   1002: 'The download service could not be stopped.',
   1003: 'The download service could not be started.',
-  1004: 'The temporary download folder could not be moved to that volume.',
+  1004: 'eMule\'s temporary folder could not be pointed at the volume.',
   1005: 'Moving the download data failed.',
   1006: 'There is not enough free space on the target volume.',
   1201: 'The temporary download folder could not be found.',

@@ -120,6 +120,30 @@ const kMakers = {
     };
   },
 
+  // One of the volumes the server lists (setOptions), each with its state and free space. A
+  // volume that cannot take the folder is shown but cannot be chosen; with nothing chosen the
+  // value is undefined, so nothing is sent.
+  volume(field, id) {
+    const el = document.createElement('select');
+    el.id = id;
+    return {
+      ...wrapInput(el),
+      onChange: (fn) => el.addEventListener('change', fn),
+      setOptions(volumes, describe) {
+        el.replaceChildren();
+        for (const volume of volumes) {
+          const option = document.createElement('option');
+          option.value = volume.mount_point;
+          option.textContent = describe(volume);
+          option.disabled = volume.status !== 'normal';
+          el.append(option);
+        }
+      },
+      get value() { return el.value === '' ? undefined : el.value; },
+      set value(v) { el.value = typeof v === 'string' ? v : ''; },
+    };
+  },
+
   schedule(field, id) {
     const grid = new ScheduleGrid({ id, label: field.label });
     return {

@@ -74,7 +74,10 @@ export class SettingsPage {
     this.revertButton.type = 'button';
     this.revertButton.textContent = 'Revert';
     this.revertButton.addEventListener('click', () => this.load());
-    actions.append(this.status, this.revertButton, this.saveButton);
+    // Shown while the server works on in the background after a save (a volume move, say).
+    this.progress = document.createElement('progress');
+    this.progress.hidden = true;
+    actions.append(this.progress, this.status, this.revertButton, this.saveButton);
     this.form.append(actions);
     this.form.addEventListener('submit', (e) => {
       e.preventDefault();
@@ -139,6 +142,7 @@ export class SettingsPage {
   }
 
   show(data) {
+    if (this.page.beforeShow) this.page.beforeShow(data, this);
     for (const [name, row] of this.rows) {
       row.control.value = data[name];
       const limitName = row.field.maxFrom;
@@ -159,6 +163,7 @@ export class SettingsPage {
     this.clearErrors();
     this.setStatus('Loading…');
     try {
+      if (this.page.prepare) await this.page.prepare();
       const data = await call(this.page.api, 'get');
       this.show(data ?? {});
       this.setStatus('');
@@ -193,11 +198,13 @@ export class SettingsPage {
     this.setBusy(true);
     this.setStatus('Saving…');
     try {
-      await call(this.page.api, 'set', requestParams(this.fields, changes));
+      const answer = await call(this.page.api, 'set', requestParams(this.fields, changes));
+      // A page whose "set" goes on in the background waits for it and says how it ended.
+      const outcome = this.page.afterSet ? await this.page.afterSet(answer, this) : null;
       // Show what the server now holds, which may differ from what was typed.
       const data = await call(this.page.api, 'get');
       this.show(data ?? {});
-      this.setStatus('Saved.', 'ok');
+      this.setStatus(outcome?.text ?? 'Saved.', outcome?.kind ?? 'ok');
     } catch (error) {
       this.fail(error);
     } finally {

@@ -4,6 +4,7 @@
 #include <variant>
 #include <vector>
 
+#include "platform/volume/mount_table.h"
 #include "platform/webapi/api_validator.h"
 
 namespace QRIXDL {
@@ -57,6 +58,17 @@ const char* ConditionFailure(const ParamRule& rule, const Fetched& param) {
         }
       }
       return nullptr;
+    case Condition::kVolume: {
+      // Exactly a mount point: anything else ("../", a folder inside one, a path of no volume)
+      // would have the module make directories and links where no volume is.
+      const std::string& value = std::get<QRIX::APIParameter<std::string>>(param).Get();
+      for (const qrix::volume::Mount& volume : qrix::volume::VolumeMounts()) {
+        if (volume.mount_point == value) {
+          return nullptr;
+        }
+      }
+      return "condition";
+    }
   }
   return nullptr;
 }

@@ -18,6 +18,7 @@ enum class Condition {
   kRange,           // int in [min, max]
   kOneOf,           // string equal to one of the JSON array text in `one_of`
   kStringElements,  // every element of the array a string, else reason "type"
+  kVolume,          // string that is the mount point of one of this system's volumes
 };
 
 struct ParamRule {

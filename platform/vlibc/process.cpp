@@ -1,6 +1,7 @@
 #include "platform/vlibc/process.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,44 +11,49 @@
 #include "platform/vlibc/unique_fd.h"
 
 namespace qrix {
+namespace {
 
-int RunProcess(const std::vector<std::string>& argv, std::string* out) {
-  if (argv.empty() || argv[0].empty() || argv[0][0] != '/') {
-    return -1;
-  }
+std::vector<char*> ArgvOf(const std::vector<std::string>& argv) {
   std::vector<char*> args;
   args.reserve(argv.size() + 1);
   for (const std::string& a : argv) {
     args.push_back(const_cast<char*>(a.c_str()));
   }
   args.push_back(nullptr);
+  return args;
+}
 
-  int pipe_fds[2] = {-1, -1};
-  if (out != nullptr && ::pipe2(pipe_fds, O_CLOEXEC) != 0) {
-    return -1;
+// In a forked child: standard input (and output, when `out_fd` is -2) on /dev/null, standard
+// output on `out_fd` when it is one, then the program. A failed exec writes its errno to
+// `error_fd` (close-on-exec, so the parent reads end-of-file when the exec succeeds).
+[[noreturn]] void ExecChild(const std::string& path, std::vector<char*>& args, int out_fd,
+                            int error_fd) {
+  const int devnull = ::open("/dev/null", O_RDWR);
+  if (devnull >= 0) {
+    ::dup2(devnull, STDIN_FILENO);
+    if (out_fd == -2) {
+      ::dup2(devnull, STDOUT_FILENO);
+    }
   }
-  UniqueFd read_end(pipe_fds[0]);
-  UniqueFd write_end(pipe_fds[1]);
+  if (out_fd >= 0) {
+    ::dup2(out_fd, STDOUT_FILENO);
+  }
+  ::execv(path.c_str(), args.data());
+  const int error = errno;
+  [[maybe_unused]] const ssize_t n = ::write(error_fd, &error, sizeof error);
+  ::_exit(127);
+}
 
-  const pid_t pid = ::fork();
-  if (pid < 0) {
-    return -1;
+// The errno a child reported through its exec pipe, or 0 when the exec succeeded.
+int ExecError(int error_fd) {
+  int error = 0;
+  ssize_t n;
+  while ((n = ::read(error_fd, &error, sizeof error)) < 0 && errno == EINTR) {
   }
-  if (pid == 0) {
-    const int devnull = ::open("/dev/null", O_RDONLY);
-    if (devnull >= 0) {
-      ::dup2(devnull, STDIN_FILENO);
-    }
-    if (write_end.Valid()) {
-      ::dup2(write_end.Get(), STDOUT_FILENO);
-    }
-    ::execv(args[0], args.data());
-    ::_exit(127);
-  }
-  write_end.Reset();
-  if (out != nullptr) {
-    ReadFd(read_end.Get(), out);
-  }
+  return n == sizeof error ? error : 0;
+}
+
+int WaitFor(pid_t pid) {
   int status = 0;
   while (::waitpid(pid, &status, 0) < 0) {
     if (errno != EINTR) {
@@ -55,6 +61,111 @@ int RunProcess(const std::vector<std::string>& argv, std::string* out) {
     }
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool MakePipe(UniqueFd* read_end, UniqueFd* write_end) {
+  int fds[2];
+  if (::pipe2(fds, O_CLOEXEC) != 0) {
+    return false;
+  }
+  read_end->Reset(fds[0]);
+  write_end->Reset(fds[1]);
+  return true;
+}
+
+}  // namespace
+
+int RunProgram(const std::string& path, const std::vector<std::string>& argv, std::string* out) {
+  if (path.empty() || path[0] != '/' || argv.empty()) {
+    errno = EINVAL;
+    return -1;
+  }
+  std::vector<char*> args = ArgvOf(argv);
+  UniqueFd out_read, out_write, error_read, error_write;
+  if ((out != nullptr && !MakePipe(&out_read, &out_write)) ||
+      !MakePipe(&error_read, &error_write)) {
+    return -1;
+  }
+  const pid_t pid = ::fork();
+  if (pid < 0) {
+    return -1;
+  }
+  if (pid == 0) {
+    ExecChild(path, args, out_write.Valid() ? out_write.Get() : -1, error_write.Get());
+  }
+  out_write.Reset();
+  error_write.Reset();
+  if (const int error = ExecError(error_read.Get())) {
+    WaitFor(pid);
+    errno = error;
+    return -1;
+  }
+  if (out != nullptr) {
+    ReadFd(out_read.Get(), out);
+  }
+  return WaitFor(pid);
+}
+
+int RunProcess(const std::vector<std::string>& argv, std::string* out) {
+  return argv.empty() ? -1 : RunProgram(argv[0], argv, out);
+}
+
+pid_t ForkDetached() {
+  UniqueFd pid_read, pid_write;
+  if (!MakePipe(&pid_read, &pid_write)) {
+    return -1;
+  }
+  const pid_t child = ::fork();
+  if (child < 0) {
+    return -1;
+  }
+  if (child == 0) {
+    pid_read.Reset();
+    ::setsid();
+    const pid_t grandchild = ::fork();
+    if (grandchild != 0) {
+      [[maybe_unused]] const ssize_t n = ::write(pid_write.Get(), &grandchild, sizeof grandchild);
+      ::_exit(grandchild < 0 ? 1 : 0);
+    }
+    pid_write.Reset();
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    return 0;
+  }
+  pid_write.Reset();
+  pid_t grandchild = -1;
+  ssize_t n;
+  while ((n = ::read(pid_read.Get(), &grandchild, sizeof grandchild)) < 0 && errno == EINTR) {
+  }
+  const int status = WaitFor(child);
+  return n == sizeof grandchild && status == 0 && grandchild > 0 ? grandchild : -1;
+}
+
+int StartDetached(const std::string& path, const std::vector<std::string>& argv) {
+  if (path.empty() || path[0] != '/' || argv.empty()) {
+    errno = EINVAL;
+    return -1;
+  }
+  std::vector<char*> args = ArgvOf(argv);
+  UniqueFd error_read, error_write;
+  if (!MakePipe(&error_read, &error_write)) {
+    return -1;
+  }
+  const pid_t pid = ForkDetached();
+  if (pid == 0) {
+    error_read.Reset();
+    ExecChild(path, args, -2, error_write.Get());
+  }
+  error_write.Reset();
+  if (pid < 0) {
+    return -1;
+  }
+  if (const int error = ExecError(error_read.Get())) {
+    errno = error;
+    return -1;
+  }
+  return 0;
 }
 
 }  // namespace qrix

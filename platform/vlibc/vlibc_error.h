@@ -24,6 +24,7 @@ enum {
   ERR_PROC = 0x2000,
   ERR_PIDFILE = 0x2001, /* missing, unreadable or malformed pid file */
   ERR_NO_SUCH_PROCESS = 0x2002,
+  ERR_NO_SPACE = 0x2900, /* the volume (or the user's quota on it) is full */
   ERR_CRYPT = 0x3000
 };
 

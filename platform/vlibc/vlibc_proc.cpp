@@ -4,6 +4,7 @@
 
 #include "platform/vlibc/kv_staging.h"
 #include "platform/vlibc/pid_file.h"
+#include "platform/vlibc/process.h"
 #include "platform/vlibc/vlibc_error.h"
 
 extern "C" int VLIBCProcSignalByPidFile(const char* pid_file, int sig) {
@@ -26,4 +27,12 @@ extern "C" int VLIBCProcSignalByPidFile(const char* pid_file, int sig) {
     return -1;
   }
   return 0;
+}
+
+extern "C" int VLIBCProcForkChildNoWait(void) {
+  const pid_t pid = qrix::ForkDetached();
+  if (pid < 0) {
+    VLIBCErrSet(ERR_PROC);
+  }
+  return pid;
 }

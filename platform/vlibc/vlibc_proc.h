@@ -1,4 +1,4 @@
-/* Signalling processes of other programs through their pid files. */
+/* Signalling processes of other programs through their pid files, and detached children. */
 #ifndef QRIX_PLATFORM_VLIBC_VLIBC_PROC_H_
 #define QRIX_PLATFORM_VLIBC_VLIBC_PROC_H_
 
@@ -15,6 +15,12 @@ extern "C" {
  * nothing is sent.
  * Returns 0, or -1 with the error state set (ERR_PIDFILE, ERR_NO_SUCH_PROCESS, ERR_FILE_*). */
 QRIX_EXPORT int VLIBCProcSignalByPidFile(const char* pid_file, int sig);
+
+/* Forks a detached process: returns the new process's pid in the caller, 0 in the new process,
+ * or -1 (ERR_PROC). The new process has a session of its own and no parent left to reap it, so
+ * it leaves no zombie and outlives the caller; it must end with _exit(), as what it inherited
+ * (open connections, say) belongs to the caller. */
+QRIX_EXPORT int VLIBCProcForkChildNoWait(void);
 
 #ifdef __cplusplus
 }

@@ -9,6 +9,7 @@ import { describe, test } from 'node:test';
 import { ApiError, decodeAnswer, encodeCall } from '../../ui/api.js';
 import { describeError, kErrorTexts, needsLogin } from '../../ui/errors.js';
 import { changedValues, checkInteger, kFieldTypes } from '../../ui/form.js';
+import { moveOutcome } from '../../ui/pages/global.js';
 import { kPages } from '../../ui/pages/index.js';
 import { formatSchedule, moveIndex, paintRect, parseSchedule } from '../../ui/schedule_grid.js';
 import { requestParams } from '../../ui/settings_page.js';
@@ -260,7 +261,7 @@ async function moduleParameters() {
   const lists = new Map();
   for (const m of text.matchAll(/constexpr ParamRule (k\w+)\[\] = \{([\s\S]*?)\};/g)) {
     const rules = [];
-    for (const r of m[2].matchAll(/(Str|Int|Bool|Port|Range|OneOf|Strings)\("(\w+)"((?:R"\(.*?\)"|[^)])*)\)/g)) {
+    for (const r of m[2].matchAll(/(Str|Int|Bool|Port|Range|OneOf|Strings|VolumePath)\("(\w+)"((?:R"\(.*?\)"|[^)])*)\)/g)) {
       const [, kind, name, rest] = r;
       const rule = { kind, name };
       if (kind === 'Port') Object.assign(rule, { min: 1, max: 65535 });
@@ -305,11 +306,26 @@ describe('pages', () => {
     assert.equal(kPages[0].id, 'ftp_http', 'FTP and HTTP comes first');
   });
 
+  test('a finished volume move is told in words: moved, no space, copy failed', () => {
+    const rows = [
+      [{ running: 0, result: 'success' }, 'ok', 'The temporary download folder was moved to V2.'],
+      [{ running: 0, result: 'fail', error: 1006 }, 'error',
+        `The move did not complete. ${kErrorTexts[1006]}`],
+      [{ running: 0, result: 'fail', error: 1005 }, 'error',
+        `The move did not complete. ${kErrorTexts[1005]}`],
+      [{ running: 0, result: 'fail' }, 'error', 'The move did not complete. Moving it failed.'],
+      [{ running: -1 }, '', 'The move ended elsewhere. The page shows where the folder is now.'],
+    ];
+    for (const [progress, kind, text] of rows) {
+      assert.deepEqual(moveOutcome(progress, 'V2'), { text, kind }, JSON.stringify(progress));
+    }
+  });
+
   test('match the module\'s parameters: names, kinds, ranges and choices', async () => {
     const params = await moduleParameters();
     const kinds = {
       bool: ['Bool'], int: ['Int', 'Port', 'Range'], text: ['Str'], password: ['Str'],
-      schedule: ['Str'], select: ['Str', 'OneOf'],
+      schedule: ['Str'], select: ['Str', 'OneOf'], volume: ['VolumePath'],
     };
     const handlers = (await Promise.all((await sourceFiles(path.join(kRepo, 'module/handler')))
       .map((f) => readFile(f, 'utf8')))).join('\n');

@@ -1,6 +1,7 @@
 // The settings pages, in the order of the tabs. Adding a page: write pages/<name>.js (see
 // ftp_http.js for the shape) and add one line here.
 import ftpHttp from './ftp_http.js';
+import globalSettings from './global.js';
 import bt from './bt.js';
 import scheduler from './scheduler.js';
 import rss from './rss.js';
@@ -8,6 +9,7 @@ import nzb from './nzb.js';
 
 export const kPages = [
   ftpHttp,
+  globalSettings,
   bt,
   scheduler,
   rss,

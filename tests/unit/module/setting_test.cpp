@@ -197,7 +197,9 @@ const std::vector<Method>& Methods() {
       {"Global",
        "set",
        {Str("xunlei_password"), Str("xunlei_username"), Bool("enable_unzip_service"),
-        Bool("enable_xunlei"), Bool("enable_emule"), Str("download_volume")}},
+        Bool("enable_xunlei"), Bool("enable_emule"),
+        // The sandbox's volumes: only a mount point of one passes.
+        Enum("download_volume", {"/volume1", "/volume2", "/volumeUSB1/usbshare1-1"})}},
       {"BTSearch",
        "set",
        {Str("plugin_name", true), Str("username", true), Str("password", true)}},

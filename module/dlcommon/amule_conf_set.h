@@ -1,0 +1,23 @@
+/* Pointing the eMule daemon's temporary directory at a volume. */
+#ifndef HAULPORT_MODULE_DLCOMMON_AMULE_CONF_SET_H_
+#define HAULPORT_MODULE_DLCOMMON_AMULE_CONF_SET_H_
+
+#include "platform/qrix_export.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define QRIXDL_AMULE_CONF "/var/packages/Haulport/etc/amule/amule.conf"
+
+/* Rewrites amule.conf: every "TempDir=" line becomes TempDir=<volume>/@download/aMuleTmp (cut
+ * to 63 characters, newline included, as the daemon's tools always wrote it) and every
+ * "Address=" line is emptied; the rest stays. The file is replaced atomically, keeping its owner
+ * and mode. 0, or -1 with the file untouched. */
+QRIX_EXPORT int QRIXDLAmuleVolumeSet(const char* volume);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* HAULPORT_MODULE_DLCOMMON_AMULE_CONF_SET_H_ */
