@@ -89,7 +89,8 @@ int PublishFile(const std::string& path, std::string_view content, mode_t new_mo
   }
   FileAccess want = exists ? FileAccess{old.st_uid, old.st_gid, old.st_mode & 07777}
                            : FileAccess{::geteuid(), ::getegid(), new_mode};
-  if (const std::optional<FileAccess> fixed = PackageFileAccess(path)) {
+  if (const std::optional<FileAccess> fixed =
+          PackageFileAccess(path, exists ? std::optional<uid_t>(old.st_uid) : std::nullopt)) {
     want = *fixed;
   }
   // Only root may give a file away; anyone else keeps writing files as themselves.

@@ -75,12 +75,13 @@ std::optional<gid_t> PackageGid() {
   });
 }
 
-std::optional<FileAccess> PackageFileAccess(std::string_view path) {
+std::optional<FileAccess> PackageFileAccess(std::string_view path, std::optional<uid_t> owner) {
   if (!path.starts_with(QRIX_PACKAGE_ETC_DIR "/")) {
     return std::nullopt;
   }
   if (const std::optional<gid_t> gid = PackageGid()) {
-    return FileAccess{0, *gid, 0640};
+    const uid_t uid = owner && *owner != 0 && *owner == PackageUid() ? *owner : 0;
+    return FileAccess{uid, *gid, 0640};
   }
   return FileAccess{0, 0, 0600};
 }

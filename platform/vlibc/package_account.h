@@ -28,8 +28,10 @@ struct FileAccess {
 
 // Files in the package's etc directory, or below it, hold its secrets (the settings carry the
 // NZB password): root's, readable by the package's group, 0640; root's alone (0600) on a system
-// without that group. nullopt for every other file.
-std::optional<FileAccess> PackageFileAccess(std::string_view path);
+// without that group. A file the package's account already owns stays its own (its daemons
+// write their configuration back, eMule's for one). `owner` is the file's owner now, if it
+// exists. nullopt for every other file.
+std::optional<FileAccess> PackageFileAccess(std::string_view path, std::optional<uid_t> owner);
 
 }  // namespace qrix
 
