@@ -359,9 +359,8 @@ bool GlobalHandler::ApplySettings(Json::Value& payload) {
     if (!ok) {
       GLOBAL_LOG(201, "Failed to apply download service data");
     }
-    // The code is kept beside the result, so the page can say why the move failed.
-    if ((!ok && !task.setProperty("error", std::to_string(QRIXDLErrGet()))) ||
-        !task.setProperty("result", ok ? "success" : "fail")) {
+    // Only "success" or "fail" is kept: why a move failed is told by the logs, not the answer.
+    if (!task.setProperty("result", ok ? "success" : "fail")) {
       GLOBAL_LOG(206, "Failed to write progress.");
     }
     task.finish(false);
@@ -383,10 +382,6 @@ void GlobalHandler::ReadProgress() {
     if (task->remove()) {
       payload["running"] = 0;
       payload["result"] = task->getStringProperty("result", "fail");
-      const int error = std::atoi(task->getStringProperty("error", "0").c_str());
-      if (payload["result"] == "fail" && error != 0) {
-        payload["error"] = error;
-      }
     } else {
       payload["running"] = -1;
     }

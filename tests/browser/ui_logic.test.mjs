@@ -9,7 +9,6 @@ import { describe, test } from 'node:test';
 import { ApiError, decodeAnswer, encodeCall } from '../../ui/api.js';
 import { describeError, kErrorTexts, needsLogin } from '../../ui/errors.js';
 import { changedValues, checkInteger, kFieldTypes } from '../../ui/form.js';
-import { moveOutcome } from '../../ui/pages/global.js';
 import { kPages } from '../../ui/pages/index.js';
 import { formatSchedule, moveIndex, paintRect, parseSchedule } from '../../ui/schedule_grid.js';
 import { requestParams } from '../../ui/settings_page.js';
@@ -304,21 +303,6 @@ describe('pages', () => {
       }
     }
     assert.equal(kPages[0].id, 'ftp_http', 'FTP and HTTP comes first');
-  });
-
-  test('a finished volume move is told in words: moved, no space, copy failed', () => {
-    const rows = [
-      [{ running: 0, result: 'success' }, 'ok', 'The temporary download folder was moved to V2.'],
-      [{ running: 0, result: 'fail', error: 1006 }, 'error',
-        `The move did not complete. ${kErrorTexts[1006]}`],
-      [{ running: 0, result: 'fail', error: 1005 }, 'error',
-        `The move did not complete. ${kErrorTexts[1005]}`],
-      [{ running: 0, result: 'fail' }, 'error', 'The move did not complete. Moving it failed.'],
-      [{ running: -1 }, '', 'The move ended elsewhere. The page shows where the folder is now.'],
-    ];
-    for (const [progress, kind, text] of rows) {
-      assert.deepEqual(moveOutcome(progress, 'V2'), { text, kind }, JSON.stringify(progress));
-    }
   });
 
   test('match the module\'s parameters: names, kinds, ranges and choices', async () => {

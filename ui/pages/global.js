@@ -2,7 +2,6 @@
 // temporary download folder. Changing the volume moves the folder in the background; the page
 // shows a progress indicator until the server says how it ended.
 import { call } from '../api.js';
-import { describeError } from '../errors.js';
 import { loadTexts } from '../texts.js';
 
 const kApi = 'QRIX.Haulport2.Setting.Global';
@@ -40,8 +39,11 @@ export function moveOutcome(progress, target) {
   if (progress.result === 'success') {
     return { text: `The temporary download folder was moved to ${target}.`, kind: 'ok' };
   }
-  const why = progress.error ? describeError({ code: progress.error }) : 'Moving it failed.';
-  return { text: `The move did not complete. ${why}`, kind: 'error' };
+  return {
+    text: 'The move did not complete. Check that the volume has enough free space and can be ' +
+      'written to; the system log tells what failed.',
+    kind: 'error',
+  };
 }
 
 const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
