@@ -4,6 +4,7 @@
 const kEndpoint = 'webapi/entry.cgi';
 const kTokenKey = 'qrix.token';
 const kAccountKey = 'qrix.account';
+const kAdminKey = 'qrix.admin';
 
 export const kAuthApi = 'QRIX.API.Auth';
 
@@ -22,13 +23,16 @@ export class ApiError extends Error {
 export const session = {
   token() { return sessionStorage.getItem(kTokenKey); },
   account() { return sessionStorage.getItem(kAccountKey); },
-  save(token, account) {
+  admin() { return sessionStorage.getItem(kAdminKey) === 'true'; },
+  save(token, account, admin) {
     sessionStorage.setItem(kTokenKey, token);
     sessionStorage.setItem(kAccountKey, account);
+    sessionStorage.setItem(kAdminKey, String(admin === true));
   },
   clear() {
     sessionStorage.removeItem(kTokenKey);
     sessionStorage.removeItem(kAccountKey);
+    sessionStorage.removeItem(kAdminKey);
   },
 };
 
@@ -86,7 +90,7 @@ export async function login(account, passwd) {
   if (!data || typeof data.token !== 'string') {
     throw new ApiError(0, null, 'the server sent no session token');
   }
-  session.save(data.token, account);
+  session.save(data.token, account, data.admin);
   return data;
 }
 

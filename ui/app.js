@@ -14,9 +14,15 @@ const kLoginErrors = {
   106: 'The account or password is wrong.',
 };
 
+// An ordinary account sees only the pages open to every user.
+function visiblePages() {
+  return session.admin() ? kPages : kPages.filter((p) => p.everyUser);
+}
+
 function pageFromHash() {
   const id = location.hash.replace(/^#/, '');
-  return kPages.find((p) => p.id === id) ?? kPages[0];
+  const pages = visiblePages();
+  return pages.find((p) => p.id === id) ?? pages[0];
 }
 
 function showLogin(message = '') {
@@ -37,7 +43,7 @@ function endSession(message) {
 function buildTabs() {
   const list = $('tabs');
   list.replaceChildren();
-  for (const page of kPages) {
+  for (const page of visiblePages()) {
     const item = document.createElement('li');
     const link = document.createElement('a');
     link.href = `#${page.id}`;
@@ -66,6 +72,7 @@ function showSettings() {
   $('settings-view').hidden = false;
   $('who').hidden = false;
   $('who-name').textContent = session.account() ?? '';
+  buildTabs();
   showPage();
 }
 
@@ -93,7 +100,6 @@ async function onLogin(event) {
 }
 
 function start() {
-  buildTabs();
   $('login-form').addEventListener('submit', onLogin);
   $('logout').addEventListener('click', async () => {
     try {
