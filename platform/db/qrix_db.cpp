@@ -1,6 +1,7 @@
 #include "platform/db/qrix_db.h"
 
 #include <libpq-fe.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -48,15 +49,44 @@ struct QRIXDBResult {
 
 namespace {
 
-// The persistent connections of this process. One inherited across fork belongs to the parent:
-// finishing it here would end the parent's session on the shared socket, so it is let go.
+bool Inherited(const QRIXDBConn& conn) {
+  return conn.pid != ::getpid();
+}
+
+// Lets go of a connection inherited across fork. It is the parent's session, on a socket both
+// processes hold: no goodbye may go out on it. An unconnected socket takes the place of this
+// process's descriptor, so libpq's goodbye and close go there. Should that swap fail, the
+// connection is left alone rather than risk the parent's session.
+void LetGo(PGconn* pg) {
+  const int fd = PQsocket(pg);
+  if (fd >= 0) {
+    const int dead = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool swapped = dead >= 0 && ::dup2(dead, fd) == fd;
+    if (dead >= 0) {
+      ::close(dead);
+    }
+    if (!swapped) {
+      return;
+    }
+  }
+  PQfinish(pg);
+}
+
+// Ends a connection: one of this process's own with a goodbye (its deleter), an inherited one
+// without.
+void Finish(std::unique_ptr<QRIXDBConn> conn) {
+  if (conn != nullptr && Inherited(*conn)) {
+    LetGo(conn->pg.release());
+  }
+}
+
+// The persistent connections of this process, and those inherited from the processes it was
+// forked from, which stay here unused until they are closed or the process ends.
 struct Cache {
   std::vector<std::unique_ptr<QRIXDBConn>> entries;
   ~Cache() {
     for (auto& entry : entries) {
-      if (entry->pid != ::getpid()) {
-        static_cast<void>(entry->pg.release());
-      }
+      Finish(std::move(entry));
     }
   }
 };
@@ -88,7 +118,7 @@ std::unique_ptr<QRIXDBConn> Open(const char* host, const char* user, const char*
 }
 
 bool Live(const QRIXDBConn& conn) {
-  return conn.pid == ::getpid() && PQstatus(conn.pg.get()) == CONNECTION_OK;
+  return !Inherited(conn) && PQstatus(conn.pg.get()) == CONNECTION_OK;
 }
 
 }  // namespace
@@ -100,7 +130,7 @@ QRIXDBCONN* QRIXDBPConnect(const char* host, const char* user, const char*, cons
   const std::string want_host = host != nullptr ? host : QRIX_DB_SOCKET_DIR;
   for (auto it = entries.begin(); it != entries.end(); ++it) {
     QRIXDBConn& c = **it;
-    if (c.pid == ::getpid() && c.host == want_host && c.user == (user ? user : "") &&
+    if (!Inherited(c) && c.host == want_host && c.user == (user ? user : "") &&
         c.database == (database ? database : "")) {
       if (Live(c)) {
         return g_last = &c;
@@ -130,12 +160,17 @@ void QRIXDBClose(QRIXDBCONN* conn) {
   if (g_last == conn) {
     g_last = nullptr;
   }
-  if (!conn->persistent) {
-    delete conn;
-    return;
-  }
+  std::unique_ptr<QRIXDBConn> owned;
   auto& entries = Persistent().entries;
-  std::erase_if(entries, [conn](const auto& entry) { return entry.get() == conn; });
+  if (!conn->persistent) {
+    owned.reset(conn);
+  } else if (const auto it = std::find_if(entries.begin(), entries.end(),
+                                          [conn](const auto& e) { return e.get() == conn; });
+             it != entries.end()) {
+    owned = std::move(*it);
+    entries.erase(it);
+  }
+  Finish(std::move(owned));
 }
 
 int QRIXDBExecute(QRIXDBCONN* conn, const char* statement, QRIXDBRESULT** result) {
@@ -143,6 +178,11 @@ int QRIXDBExecute(QRIXDBCONN* conn, const char* statement, QRIXDBRESULT** result
     *result = nullptr;
   }
   if (conn == nullptr || statement == nullptr) {
+    VLIBCErrSet(ERR_BAD_PARAMETERS);
+    return -1;
+  }
+  if (Inherited(*conn)) {
+    conn->error = "the connection belongs to the process this one was forked from";
     VLIBCErrSet(ERR_BAD_PARAMETERS);
     return -1;
   }

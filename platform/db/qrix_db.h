@@ -3,9 +3,12 @@
  * process's effective identity at connect time as the one that may use the role.
  *
  * A persistent connection belongs to a per-process cache keyed by host, role and database; every
- * QRIXDBPConnect with the same three returns the same handle until QRIXDBClose. A forked child
- * never uses or closes a connection it inherited. A fresh connection (QRIXDBConnect) belongs to
- * its caller, who closes it with QRIXDBClose. */
+ * QRIXDBPConnect with the same three returns the same handle until QRIXDBClose. A fresh
+ * connection (QRIXDBConnect) belongs to its caller, who closes it with QRIXDBClose.
+ *
+ * A process forked from one that holds connections shares their sockets with it: it never uses
+ * them (QRIXDBExecute refuses, QRIXDBPConnect opens one of its own) and never ends the parent's
+ * session (QRIXDBClose, and the end of the process, close only its own descriptor). */
 #ifndef QRIX_PLATFORM_DB_QRIX_DB_H_
 #define QRIX_PLATFORM_DB_QRIX_DB_H_
 

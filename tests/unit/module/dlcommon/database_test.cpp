@@ -8,9 +8,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "platform/system/qrix_service.h"
 #include "tests/support/pgsql_server.h"
 #include "tests/support/syslog_capture.h"
 
@@ -105,18 +107,49 @@ TEST(DatabaseTest, TheRoleFollowsTheIdentityAndTheIdsComeBack) {
   }
 }
 
+std::string Backend(QRIXDBCONN* conn) {
+  return Value(conn, "SELECT pg_backend_pid() AS pid", "pid");
+}
+
 TEST(DatabaseTest, ThePersistentConnectionOutlivesCloseUntilPClose) {
   QRIXDBCONN* first = DownloadDBPConnect();
   ASSERT_NE(first, nullptr);
-  const std::string backend = Value(first, "SELECT pg_backend_pid() AS pid", "pid");
+  const std::string backend = Backend(first);
   DownloadDBClose(first);
   QRIXDBCONN* again = DownloadDBConnect();
   EXPECT_EQ(again, first);
-  EXPECT_EQ(Value(again, "SELECT pg_backend_pid() AS pid", "pid"), backend);
+  EXPECT_EQ(Backend(again), backend);
   DownloadDBPClose();
   QRIXDBCONN* fresh = DownloadDBPConnect();
   ASSERT_NE(fresh, nullptr);
-  EXPECT_NE(Value(fresh, "SELECT pg_backend_pid() AS pid", "pid"), backend);
+  EXPECT_NE(Backend(fresh), backend);
+}
+
+// A process forked from a worker (the volume move, a request's callbacks) shares the socket of
+// the worker's session: it works on a session of its own, and neither closing the inherited
+// handle nor simply ending may end the worker's.
+TEST(DatabaseTest, AForkedChildLeavesTheParentsSessionAlone) {
+  QRIXDBCONN* parent = DownloadDBPConnect();
+  ASSERT_NE(parent, nullptr);
+  const std::string backend = Backend(parent);
+  for (const bool close_inherited : {true, false}) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      const bool refused = Backend(parent) == "(failed)";
+      QRIXDBCONN* own = DownloadDBPConnect();
+      const bool separate = own != nullptr && own != parent && Backend(own) != backend;
+      DownloadDBPClose();
+      if (close_inherited) {
+        QRIXDBClose(parent);
+      }
+      std::exit(refused && separate ? 0 : 1);  // exit, not _exit: the process's end runs
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "closing the inherited handle: " << close_inherited;
+    EXPECT_EQ(Backend(parent), backend) << "closing the inherited handle: " << close_inherited;
+  }
+  EXPECT_EQ(DownloadDBPConnect(), parent);
 }
 
 TEST(DatabaseTest, StatementsAnswerTheRowsTheyTouched) {
@@ -143,6 +176,7 @@ TEST(DatabaseTest, StatementsAnswerTheRowsTheyTouched) {
 TEST(DatabaseTest, WithTheServerDownAFreshConnectTriesTwelveTimes) {
   DownloadDBPClose();
   PgsqlServer::Get().Stop();
+  EXPECT_EQ(VLIBServiceIsRunning("pgsql"), 0);
   SyslogCapture::Get().Clear();
   g_sleeps.clear();
   g_take_sleeps = true;
@@ -163,6 +197,7 @@ TEST(DatabaseTest, WithTheServerDownAFreshConnectTriesTwelveTimes) {
   EXPECT_TRUE(SyslogCapture::Get().Contains("Failed to connect to database"));
   ASSERT_TRUE(PgsqlServer::Get().Start());
   EXPECT_NE(DownloadDBPConnect(), nullptr);
+  EXPECT_EQ(VLIBServiceIsRunning("pgsql"), 1);
 }
 
 }  // namespace
