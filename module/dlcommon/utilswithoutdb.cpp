@@ -203,7 +203,8 @@ int DownloadUtilsIsEncryptShare(const char* path) {
     syslog(LOG_ERR, "%s:%d Failed to get share name from [%s]", kSource, __LINE__, path);
     return 0;
   }
-  if (std::strcmp(name, "home") == 0 || std::strcmp(name, "homes") == 0) {
+  // Homes: "home" as written, or the "homes" folder of a volume (which the name comes back as).
+  if (std::strcmp(name, "home") == 0) {
     return 0;
   }
   QRIXSHARE* raw = nullptr;

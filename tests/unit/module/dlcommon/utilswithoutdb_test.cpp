@@ -41,6 +41,7 @@ TEST_F(UtilsWithoutDbTest, ShareNamesAndEncryption) {
     int encrypted;
   } cases[] = {
       {"/volume1/homes/alice/a.iso", 64, 0, "home", 0},
+      {"homes/alice", 64, 0, "homes", 1},  // only the volume's folder stands for the homes
       {"video/a.mkv", 64, 0, "video", 0},
       {"video", 64, 0, "video", 0},
       {"/volume1/secret/x", 64, 0, "secret", 1},
