@@ -16,6 +16,7 @@
 #include "module/handler/bt_handler.h"
 #include "module/handler/ftp_http_handler.h"
 #include "module/handler/global_handler.h"
+#include "module/handler/location_handler.h"
 #include "module/handler/nzb_handler.h"
 #include "module/handler/rss_handler.h"
 #include "module/handler/scheduler_handler.h"
@@ -45,6 +46,8 @@ QRIXDL_ENTRY(GetNzbSetting, NzbHandler, Get)
 QRIXDL_ENTRY(SetNzbSetting, NzbHandler, Set)
 QRIXDL_ENTRY(GetSchedulerSetting, SchedulerHandler, Get)
 QRIXDL_ENTRY(SetSchedulerSetting, SchedulerHandler, Set)
+QRIXDL_ENTRY(GetLocationSetting, LocationHandler, Get)
+QRIXDL_ENTRY(SetLocationSetting, LocationHandler, Set)
 QRIXDL_ENTRY(GetFtpHttpSetting, FtpHttpHandler, Get)
 QRIXDL_ENTRY(SetFtpHttpSetting, FtpHttpHandler, Set)
 
@@ -64,6 +67,8 @@ QRIX::APITableEntry gTable[] = {
     {QRIXDL_API("Nzb"), 1, "set", SetNzbSetting},
     {QRIXDL_API("Scheduler"), 1, "get", GetSchedulerSetting},
     {QRIXDL_API("Scheduler"), 1, "set", SetSchedulerSetting},
+    {QRIXDL_API("Location"), 1, "get", GetLocationSetting},
+    {QRIXDL_API("Location"), 1, "set", SetLocationSetting},
     {QRIXDL_API("FtpHttp"), 1, "get", GetFtpHttpSetting},
     {QRIXDL_API("FtpHttp"), 1, "set", SetFtpHttpSetting},
     {nullptr, 0, nullptr, nullptr},

@@ -16,8 +16,9 @@ export const kErrorTexts = {
   110: 'The server met an internal error while handling the request.',
   111: 'The account or password is wrong.',
   117: 'The download folder could not be checked.',
-  403: 'You have no permission on that shared folder.',
-  407: 'The user share could not be set.',
+  403: 'You may not write to that folder. Choose a folder inside a shared folder you can write ' +
+    'to.',
+  407: 'Your default destination could not be saved.',
   501: 'A required value is missing or empty.',
   502: 'A helper program answered with text that could not be read.',
   503: 'The background task could not be started.',
@@ -41,9 +42,10 @@ export const kErrorTexts = {
   1004: 'eMule\'s temporary folder could not be pointed at the volume.',
   1005: 'Moving the download data failed.',
   1006: 'There is not enough free space on the target volume.',
-  1201: 'The temporary download folder could not be found.',
-  1207: 'The download folder cannot be used.',
-  1208: 'The watch folder could not be set up.',
+  1201: 'The temporary download folder could not be found. Ask an administrator to choose a ' +
+    'download volume.',
+  1207: 'That folder cannot be used: it does not exist, or another account already watches it.',
+  1208: 'The watch folder could not be saved. To switch watching on, also give a watch folder.',
   1209: 'The settings were saved, but the BitTorrent ports could not be registered as service ' +
     'ports.',
   1400: 'The plug-in folder could not be created.',

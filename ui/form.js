@@ -97,14 +97,19 @@ const kMakers = {
   select(field, id) {
     const el = document.createElement('select');
     el.id = id;
-    for (const [value, text] of field.options) {
-      const option = document.createElement('option');
-      option.value = value;
-      option.textContent = text;
-      el.append(option);
-    }
+    const setOptions = (options) => {
+      el.replaceChildren(...options.map(([value, text]) => {
+        const option = document.createElement('option');
+        option.value = value;
+        option.textContent = text;
+        return option;
+      }));
+    };
+    setOptions(field.options);
     return {
       ...wrapInput(el),
+      // For choices the server lists: each [value, text].
+      setOptions,
       onChange: (fn) => el.addEventListener('change', fn),
       get value() { return el.value; },
       set value(v) {

@@ -163,11 +163,18 @@ export class SettingsPage {
     this.clearErrors();
     this.setStatus('Loading…');
     try {
-      if (this.page.prepare) await this.page.prepare();
+      if (this.page.prepare) await this.page.prepare(this);
       const data = await call(this.page.api, 'get');
       this.show(data ?? {});
       this.setStatus('');
     } catch (error) {
+      // Some APIs answer "get" with an error while nothing is stored: an empty form, and why.
+      const note = this.page.emptyOn?.[error.code];
+      if (note) {
+        this.show({});
+        this.setStatus(note);
+        return;
+      }
       this.fail(error);
     } finally {
       this.setBusy(false);

@@ -21,8 +21,7 @@ load=$build/bench/http/http_load
 requests=2000
 warmup=200
 systems=()
-
-die() { echo "compare_get: $*" >&2; exit 2; }
+source "$root/bench/http/common.sh"
 
 while (($#)); do
   case $1 in
@@ -45,39 +44,13 @@ done
 
 server_cpu=0
 work=$(mktemp -d "${TMPDIR:-/tmp}/compare-get.XXXXXX")
-server_pid=""
 
-stop_server() {
-  if [[ -n $server_pid ]]; then
-    kill -TERM "$server_pid" 2>/dev/null || true
-    for _ in $(seq 100); do kill -0 "$server_pid" 2>/dev/null || break; sleep 0.1; done
-    kill -KILL "$server_pid" 2>/dev/null || true
-    wait "$server_pid" 2>/dev/null || true
-    server_pid=""
-  fi
-}
 cleanup() {
   stop_server
   rm -rf "$work"
 }
 trap cleanup EXIT
 trap 'exit 130' INT TERM
-
-free_port() {
-  python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
-}
-
-# Waits until something accepts connections on the port, or the server has died.
-wait_port() {
-  local port=$1 log=$2
-  for _ in $(seq 300); do
-    if (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then return 0; fi
-    kill -0 "$server_pid" 2>/dev/null || { cat "$log" >&2; die "the server ended at start"; }
-    sleep 0.1
-  done
-  cat "$log" >&2
-  die "nothing listens on 127.0.0.1:$port"
-}
 
 declare -A result
 # measure SYSTEM PORT ARGS...: runs the four configurations against the running server.
@@ -98,35 +71,18 @@ measure() {
   done
 }
 
-field() {  # field KEY LINE
-  sed -n "s/.*\b$1=\([0-9.]*\).*/\1/p" <<<"$2"
-}
-
 run_ours() {
-  local port state pw token sid
+  local port state session
   port=$(free_port)
   state=$work/ours
   echo "ours: FtpHttp get on 127.0.0.1:$port"
-  QRIX_BUILD_DIR=$build taskset -c "$server_cpu" "$root/scripts/demo" --state "$state" \
-    --port "$port" >"$work/ours.log" 2>&1 &
-  server_pid=$!
-  wait_port "$port" "$work/ours.log"
-  pw=$(python3 -c 'import json, sys; print(next(l["passwd"] for l in json.load(open(sys.argv[1])) if l["admin"]))' \
-    "$state/demo-logins.json")
-  token=$(curl -sf -c "$work/jar" "http://127.0.0.1:$port/webapi/entry.cgi" \
-    --data 'api=QRIX.API.Auth&version=1&method=login' --data-urlencode 'account="admin"' \
-    --data-urlencode "passwd=\"$pw\"" |
-    python3 -c 'import json, sys; print(json.load(sys.stdin)["data"]["token"])') ||
-    die "ours: login failed"
-  sid=$(awk '$6 == "qrix_sid" { print $7 }' "$work/jar")
-  measure ours "$port" --method POST --path /webapi/entry.cgi \
-    --header 'Content-Type: application/x-www-form-urlencoded' \
-    --header "Cookie: qrix_sid=$sid" --header "X-QRIX-Token: $token" \
+  start_demo "$state" "$port" "$server_cpu"
+  mapfile -t session < <(demo_login "$state" "$port" true)
+  ((${#session[@]})) || die "ours: login failed"
+  measure ours "$port" "${session[@]}" \
     --body 'api=QRIX.Haulport2.Setting.FtpHttp&version=1&method=get' --expect '"success":true'
   echo "ours: FtpHttp set of one key"
-  measure ours-set "$port" --method POST --path /webapi/entry.cgi \
-    --header 'Content-Type: application/x-www-form-urlencoded' \
-    --header "Cookie: qrix_sid=$sid" --header "X-QRIX-Token: $token" \
+  measure ours-set "$port" "${session[@]}" \
     --body 'api=QRIX.Haulport2.Setting.FtpHttp&version=1&method=set&ftp_max_conn=7' \
     --expect '"success":true'
   stop_server

@@ -70,6 +70,14 @@ RootCriticalSection::~RootCriticalSection() {
   }
 }
 
+bool RootCriticalSection::Become(uid_t uid, gid_t gid, int line) {
+  // An unknown identity is no identity: setting -1 would change nothing and look like success.
+  if (uid == static_cast<uid_t>(-1) || gid == static_cast<gid_t>(-1)) {
+    return false;
+  }
+  return SetEffective(true, gid, source_, line) && SetEffective(false, uid, source_, line);
+}
+
 bool RootCriticalSection::Leave(int line) {
   left_ = true;
   const bool uid_differs = geteuid() != saved_euid_;

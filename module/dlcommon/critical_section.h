@@ -20,6 +20,9 @@ class QRIX_EXPORT RootCriticalSection {
 
   // True when the process runs as root now.
   bool Entered() const { return entered_; }
+  // The extra step of a switch to another identity: the effective gid, then the effective uid,
+  // set to these. True on success; leaving restores the remembered ids either way.
+  bool Become(uid_t uid, gid_t gid, int line);
   // Restores the remembered ids; true on success.
   bool Leave(int line);
 
@@ -35,7 +38,8 @@ class QRIX_EXPORT RootCriticalSection {
 }  // namespace QRIXDL
 
 // The two brackets under the names the package's C sources use.
-#define ENTERCriticalSection(source) QRIXDL::RootCriticalSection qrixdl_root_section_(source, __LINE__)
+#define ENTERCriticalSection(source) \
+  QRIXDL::RootCriticalSection qrixdl_root_section_(source, __LINE__)
 #define LEAVECriticalSection() qrixdl_root_section_.Leave(__LINE__)
 
 #endif  // HAULPORT_MODULE_DLCOMMON_CRITICAL_SECTION_H_

@@ -6,10 +6,12 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "platform/qrix_export.h"
+
 namespace qrix::kv {
 
 // `s` without the blanks at either end.
-std::string_view Trim(std::string_view s, std::string_view blanks = " \t");
+QRIX_EXPORT std::string_view Trim(std::string_view s, std::string_view blanks = " \t");
 
 // The key of a line, or an empty view for blank, comment, section and malformed lines.
 // `value` receives the line's value: the text between the first quote after "=" and the last

@@ -23,8 +23,8 @@ if ((demo)); then
   command -v bwrap >/dev/null || skip "bubblewrap is not installed (scripts/bootstrap)"
   build=${QRIX_BUILD_DIR:-}
   [[ -n $build ]] || skip "QRIX_BUILD_DIR is not set"
-  for f in host/qrix-webapi module/libhaulport_setting.so tests/fake_scheduler \
-    platform/volume/qrixfstool; do
+  for f in host/qrix-webapi module/libhaulport_setting.so platform/shares/libqrix_share_api.so \
+    tests/fake_scheduler platform/volume/qrixfstool; do
     [[ -e $build/$f ]] || skip "$build/$f is not built"
   done
 fi

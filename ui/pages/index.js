@@ -6,6 +6,7 @@ import bt from './bt.js';
 import scheduler from './scheduler.js';
 import rss from './rss.js';
 import nzb from './nzb.js';
+import location from './location.js';
 
 export const kPages = [
   ftpHttp,
@@ -14,4 +15,5 @@ export const kPages = [
   scheduler,
   rss,
   nzb,
+  location,
 ];
