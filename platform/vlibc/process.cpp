@@ -12,7 +12,11 @@
 namespace qrix {
 
 int RunProcess(const std::vector<std::string>& argv, std::string* out) {
-  if (argv.empty() || argv[0].empty() || argv[0][0] != '/') {
+  return argv.empty() ? -1 : RunProgram(argv[0], argv, out);
+}
+
+int RunProgram(const std::string& path, const std::vector<std::string>& argv, std::string* out) {
+  if (path.empty() || path[0] != '/' || argv.empty()) {
     return -1;
   }
   std::vector<char*> args;
@@ -41,7 +45,7 @@ int RunProcess(const std::vector<std::string>& argv, std::string* out) {
     if (write_end.Valid()) {
       ::dup2(write_end.Get(), STDOUT_FILENO);
     }
-    ::execv(args[0], args.data());
+    ::execv(path.c_str(), args.data());
     ::_exit(127);
   }
   write_end.Reset();

@@ -10,9 +10,13 @@
 
 namespace qrix {
 
-// Runs `argv[0]` (an absolute path) with `argv`; standard input is /dev/null. Returns the exit
-// status (0 to 255), or -1 when the program could not be started or was killed by a signal.
-// With `out`, standard output is captured into it; otherwise it is the caller's.
+// Runs the program `path` (absolute) with `argv` (argv[0] included); standard input is
+// /dev/null. Returns the exit status (0 to 255), or -1 when the program could not be started or
+// was killed by a signal. With `out`, standard output is captured into it; otherwise it is the
+// caller's.
+QRIX_EXPORT int RunProgram(const std::string& path, const std::vector<std::string>& argv,
+                           std::string* out = nullptr);
+// The same with `argv[0]` as the program's path.
 QRIX_EXPORT int RunProcess(const std::vector<std::string>& argv, std::string* out = nullptr);
 
 }  // namespace qrix
