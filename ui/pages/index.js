@@ -2,6 +2,7 @@
 // ftp_http.js for the shape) and add one line here.
 import ftpHttp from './ftp_http.js';
 import bt from './bt.js';
+import btSearch from './bt_search.js';
 import scheduler from './scheduler.js';
 import rss from './rss.js';
 import nzb from './nzb.js';
@@ -9,6 +10,7 @@ import nzb from './nzb.js';
 export const kPages = [
   ftpHttp,
   bt,
+  btSearch,
   scheduler,
   rss,
   nzb,
