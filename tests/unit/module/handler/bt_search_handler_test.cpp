@@ -198,7 +198,10 @@ TEST_F(BtSearchHandlerTest, CreateMakesThePluginFolderAndKeepsTheUploadWhenItCan
 
 TEST_F(BtSearchHandlerTest, GetAnswersTheStoredUserNameOnly) {
   const std::string conf = std::string(kDownloadDir) + "/btsearch.conf";
-  WriteText(conf, "[tpb]\nusername=\"ann \\\"x\\\"\"\npassword=\"secret\"\n[empty]\n");
+  // The section's first "username" counts; lines before any header belong to no plug-in.
+  WriteText(conf,
+            "username=\"top\"\n[tpb]\r\nusername = \"ann \\\"x\\\"\"\npassword=\"secret\"\n"
+            "username=\"later\"\n[other]\nusername=\"bob\"\n[ empty ]\n");
   const struct {
     const char* name;
     const char* want;
