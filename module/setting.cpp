@@ -14,6 +14,7 @@
 
 #include "module/common/param_check.h"
 #include "module/handler/bt_handler.h"
+#include "module/handler/bt_search_handler.h"
 #include "module/handler/ftp_http_handler.h"
 #include "module/handler/global_handler.h"
 #include "module/handler/location_handler.h"
@@ -40,6 +41,14 @@ QRIXDL_ENTRY(SetGlobalSetting, GlobalHandler, Set)
 QRIXDL_ENTRY(ReadVolumeMoveProgress, GlobalHandler, ReadProgress)
 QRIXDL_ENTRY(GetBTSetting, BtHandler, Get)
 QRIXDL_ENTRY(SetBTSetting, BtHandler, Set)
+QRIXDL_ENTRY(GetBTSearchAccount, BTSearchHandler, GetAccount)
+QRIXDL_ENTRY(SetBTSearchAccount, BTSearchHandler, SetAccount)
+QRIXDL_ENTRY(VerifyBTSearchAccount, BTSearchHandler, VerifyAccount)
+QRIXDL_ENTRY(ListBTSearch, BTSearchHandler, List)
+QRIXDL_ENTRY(CreateBTSearch, BTSearchHandler, Create)
+QRIXDL_ENTRY(DeleteBTSearch, BTSearchHandler, Delete)
+QRIXDL_ENTRY(BTSearchUpdateCheck, BTSearchHandler, UpdateCheck)
+QRIXDL_ENTRY(UpdateBTSearch, BTSearchHandler, UpdatePlugins)
 QRIXDL_ENTRY(GetRssSetting, RssHandler, Get)
 QRIXDL_ENTRY(SetRssSetting, RssHandler, Set)
 QRIXDL_ENTRY(GetNzbSetting, NzbHandler, Get)
@@ -61,6 +70,14 @@ QRIX::APITableEntry gTable[] = {
     {QRIXDL_API("Global"), 1, "read_progress", ReadVolumeMoveProgress},
     {QRIXDL_API("BT"), 1, "get", GetBTSetting},
     {QRIXDL_API("BT"), 1, "set", SetBTSetting},
+    {QRIXDL_API("BTSearch"), 1, "get", GetBTSearchAccount},
+    {QRIXDL_API("BTSearch"), 1, "set", SetBTSearchAccount},
+    {QRIXDL_API("BTSearch"), 1, "verify", VerifyBTSearchAccount},
+    {QRIXDL_API("BTSearch"), 1, "list", ListBTSearch},
+    {QRIXDL_API("BTSearch"), 1, "create", CreateBTSearch},
+    {QRIXDL_API("BTSearch"), 1, "delete", DeleteBTSearch},
+    {QRIXDL_API("BTSearch"), 1, "update_check", BTSearchUpdateCheck},
+    {QRIXDL_API("BTSearch"), 1, "update", UpdateBTSearch},
     {QRIXDL_API("Rss"), 1, "get", GetRssSetting},
     {QRIXDL_API("Rss"), 1, "set", SetRssSetting},
     {QRIXDL_API("Nzb"), 1, "get", GetNzbSetting},

@@ -66,7 +66,8 @@ export function decodeAnswer(answer) {
   throw new ApiError(code, errors);
 }
 
-export async function call(api, method, params = {}, version = 1) {
+// Sends one call's body (a form or multipart) with the session's token; unwraps the answer.
+async function post(body) {
   const headers = {};
   const token = session.token();
   if (token) headers['X-QRIX-Token'] = token;
@@ -75,7 +76,7 @@ export async function call(api, method, params = {}, version = 1) {
     response = await fetch(kEndpoint, {
       method: 'POST',
       headers,
-      body: encodeCall(api, method, params, version),
+      body,
       credentials: 'same-origin',
     });
   } catch (e) {
@@ -88,6 +89,19 @@ export async function call(api, method, params = {}, version = 1) {
     throw new ApiError(0, null, `the server answered HTTP ${response.status} without JSON`);
   }
   return decodeAnswer(answer);
+}
+
+export function call(api, method, params = {}, version = 1) {
+  return post(encodeCall(api, method, params, version));
+}
+
+// A call that carries a file: multipart/form-data with the call's fields and the file as the
+// part `fileParam`, which the server fills that parameter from.
+export function upload(api, method, fileParam, file, params = {}, version = 1) {
+  const body = new FormData();
+  for (const [name, value] of encodeCall(api, method, params, version)) body.append(name, value);
+  body.append(fileParam, file, file.name);
+  return post(body);
 }
 
 export async function login(account, passwd) {

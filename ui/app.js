@@ -68,7 +68,9 @@ function showPage() {
     if (link.dataset.page === page.id) link.setAttribute('aria-current', 'page');
     else link.removeAttribute('aria-current');
   }
-  const view = new SettingsPage(page, { onSessionEnded: endSession });
+  // A page with a view of its own (BT search) brings it; the others are settings forms.
+  const View = page.view ?? SettingsPage;
+  const view = new View(page, { onSessionEnded: endSession });
   $('page').replaceChildren(view.element);
   $('page').setAttribute('aria-labelledby', `${page.id}-title`);
   document.title = `${page.title} · Haulport settings`;

@@ -53,7 +53,8 @@ const char* ConditionFailure(const ParamRule& rule, const Fetched& param) {
                  : "condition";
     case Condition::kStringElements:
       for (const Json::Value& element : std::get<QRIX::APIParameter<Json::Value>>(param).Get()) {
-        if (!element.isString()) {
+        // A NUL would cut the element short wherever it goes, as it would a string parameter.
+        if (!element.isString() || element.asString().find('\0') != std::string::npos) {
           return "type";
         }
       }

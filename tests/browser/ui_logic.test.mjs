@@ -11,6 +11,7 @@ import { describeError, kErrorTexts, needsLogin } from '../../ui/errors.js';
 import { changedValues, checkInteger, kFieldTypes } from '../../ui/form.js';
 import { kPages } from '../../ui/pages/index.js';
 import { formatSchedule, moveIndex, paintRect, parseSchedule } from '../../ui/schedule_grid.js';
+import { updatesFrom } from '../../ui/bt_search_page.js';
 import { requestParams } from '../../ui/settings_page.js';
 import { kRepo } from './support/demo.mjs';
 
@@ -287,7 +288,7 @@ async function moduleParameters() {
 describe('pages', () => {
   test('are well formed: known types, unique ids, switches that exist', () => {
     const ids = new Set();
-    for (const page of kPages) {
+    for (const page of kPages.filter((p) => p.fields)) {
       assert.ok(!ids.has(page.id), `page id ${page.id} is unique`);
       ids.add(page.id);
       const fields = page.fields.filter((f) => f.name);
@@ -313,7 +314,7 @@ describe('pages', () => {
     };
     const handlers = (await Promise.all((await sourceFiles(path.join(kRepo, 'module/handler')))
       .map((f) => readFile(f, 'utf8')))).join('\n');
-    for (const page of kPages) {
+    for (const page of kPages.filter((p) => p.fields)) {
       const rules = params.get(page.api);
       assert.ok(rules, `${page.api} has a "set" row in the check table`);
       const fields = page.fields.filter((f) => f.name && !f.readOnly);
@@ -335,6 +336,22 @@ describe('pages', () => {
             `${where}: a handler reads ${field.alsoSendAs}`);
         }
       }
+    }
+  });
+});
+
+describe('plug-in updates', () => {
+  test('are the newer versions the update check names for installed plug-ins', () => {
+    const installed = [{ name: 'a', version: '1' }, { name: 'b', version: '2' }];
+    const rows = [
+      { answer: { plugins: [{ name: 'a', version: '1.1' }, { name: 'b', version: '2' }] }, want: [['a', '1.1']] },
+      { answer: [{ name: 'b', version: '3' }, { name: 'gone', version: '9' }], want: [['b', '3']] },
+      { answer: { success: true }, want: [] },
+      { answer: null, want: [] },
+      { answer: { plugins: [{ name: 'a', version: 2 }, 'b', null] }, want: [] },
+    ];
+    for (const { answer, want } of rows) {
+      assert.deepEqual([...updatesFrom(answer, installed)], want, JSON.stringify(answer));
     }
   });
 });

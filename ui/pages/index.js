@@ -3,6 +3,7 @@
 import ftpHttp from './ftp_http.js';
 import globalSettings from './global.js';
 import bt from './bt.js';
+import btSearch from './bt_search.js';
 import scheduler from './scheduler.js';
 import rss from './rss.js';
 import nzb from './nzb.js';
@@ -12,6 +13,7 @@ export const kPages = [
   ftpHttp,
   globalSettings,
   bt,
+  btSearch,
   scheduler,
   rss,
   nzb,

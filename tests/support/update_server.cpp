@@ -1,0 +1,83 @@
+#include "tests/support/update_server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+
+#include <cstdint>
+
+namespace qrix::test {
+
+UpdateServer::UpdateServer()
+    : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
+      stop_(::eventfd(0, EFD_CLOEXEC)) {
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof addr;
+  if (::bind(listener_.Get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
+      ::listen(listener_.Get(), 16) == 0 &&
+      ::getsockname(listener_.Get(), reinterpret_cast<sockaddr*>(&addr), &len) == 0) {
+    port_ = ntohs(addr.sin_port);
+  }
+  thread_ = std::thread([this] { Serve(); });
+}
+
+UpdateServer::~UpdateServer() {
+  const uint64_t one = 1;
+  [[maybe_unused]] const ssize_t n = ::write(stop_.Get(), &one, sizeof one);
+  thread_.join();
+}
+
+std::string UpdateServer::Address() const {
+  return "127.0.0.1:" + std::to_string(port_);
+}
+
+void UpdateServer::Answer(int status, const std::string& body) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  status_ = status;
+  body_ = body;
+}
+
+void UpdateServer::Silent() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  silent_ = true;
+}
+
+std::vector<std::string> UpdateServer::Targets() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return targets_;
+}
+
+void UpdateServer::Serve() {
+  for (;;) {
+    pollfd fds[] = {{listener_.Get(), POLLIN, 0}, {stop_.Get(), POLLIN, 0}};
+    if (::poll(fds, 2, -1) < 0 || fds[1].revents != 0) {
+      return;
+    }
+    UniqueFd client(::accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    std::string request;
+    char buf[4096];
+    ssize_t n = 0;
+    while (request.find("\r\n\r\n") == std::string::npos &&
+           (n = ::read(client.Get(), buf, sizeof buf)) > 0) {
+      request.append(buf, static_cast<size_t>(n));
+    }
+    const size_t start = request.find(' ') + 1;
+    const std::lock_guard<std::mutex> guard(mutex_);
+    targets_.push_back(request.substr(start, request.find(' ', start) - start));
+    if (silent_) {
+      held_.push_back(std::move(client));
+      continue;
+    }
+    const std::string answer =
+        "HTTP/1.1 " + std::to_string(status_) +
+        " X\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body_.size()) +
+        "\r\nConnection: close\r\n\r\n" + body_;
+    [[maybe_unused]] const ssize_t written = ::write(client.Get(), answer.data(), answer.size());
+  }
+}
+
+}  // namespace qrix::test
