@@ -5,7 +5,7 @@
 import { call, upload } from './api.js';
 import { describeError, needsLogin } from './errors.js';
 
-const kApi = 'QRIX.Haulport2.Setting.BTSearch';
+export const kApi = 'QRIX.Haulport2.Setting.BTSearch';
 
 // What the search script's codes mean for each action, where the general text says less.
 const kActionErrors = {
