@@ -57,7 +57,8 @@ void Make(const std::string& root, const Entry& e) {
 
 // Times last, deepest first: making an entry changes its directory's times.
 void SetTimes(const std::string& root, const Entry& e) {
-  const timespec times[2] = {{1000000000 + e.owner, 5}, {1200000000 + e.owner, 7}};
+  const time_t shift = static_cast<time_t>(e.owner);
+  const timespec times[2] = {{1000000000 + shift, 5}, {1200000000 + shift, 7}};
   const std::string p = root + "/" + e.path;
   ASSERT_EQ(utimensat(AT_FDCWD, p.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
 }
