@@ -16,6 +16,7 @@
 #include "host/common/host_log.h"
 #include "host/dispatch/module_registry.h"
 #include "host/dispatch/static_files.h"
+#include "host/dispatch/uploads.h"
 #include "host/http/listener.h"
 #include "host/options.h"
 #include "host/process/master.h"
@@ -84,6 +85,7 @@ int main(int argc, char** argv) {
   if (!sessions.Prepare(&error) || !limiter.Prepare(&error) || !files.Prepare(&error)) {
     return Fail(error);
   }
+  RemoveStaleUploads();
   int port = 0;
   qrix::UniqueFd listener = Listen(options.listen, options.port, &port, &error);
   if (!listener.Valid()) {

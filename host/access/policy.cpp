@@ -18,8 +18,45 @@ std::string PolicyPath(const std::string& module_path) {
   return base + ".policy.json";
 }
 
-bool ReadPolicy(const std::string& module_path, std::set<std::string>* open, std::string* error) {
+namespace {
+
+// "uploads": {"API": {"method": ["parameter", ...]}}; false when it has another shape.
+bool ReadUploads(const Json::Value& list, UploadParams* uploads) {
+  if (list.isNull()) {
+    return true;
+  }
+  if (!list.isObject()) {
+    return false;
+  }
+  for (const std::string& api : list.getMemberNames()) {
+    const Json::Value& methods = list[api];
+    if (api.empty() || !methods.isObject()) {
+      return false;
+    }
+    for (const std::string& method : methods.getMemberNames()) {
+      const Json::Value& params = methods[method];
+      if (method.empty() || !params.isArray()) {
+        return false;
+      }
+      for (const Json::Value& name : params) {
+        if (!name.isString() || name.asString().empty()) {
+          return false;
+        }
+        (*uploads)[{api, method}].insert(name.asString());
+      }
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ReadPolicy(const std::string& module_path, std::set<std::string>* open, std::string* error,
+                UploadParams* uploads) {
   open->clear();
+  if (uploads != nullptr) {
+    uploads->clear();
+  }
   const std::string path = PolicyPath(module_path);
   std::string text;
   if (const int err = ReadFile(path, &text); err != 0) {
@@ -45,6 +82,10 @@ bool ReadPolicy(const std::string& module_path, std::set<std::string>* open, std
       return false;
     }
     open->insert(name.asString());
+  }
+  if (uploads != nullptr && !ReadUploads(root["uploads"], uploads)) {
+    *error = "policy " + path + ": \"uploads\" is not {\"API\": {\"method\": [parameters]}}";
+    return false;
   }
   return true;
 }

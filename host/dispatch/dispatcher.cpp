@@ -9,6 +9,7 @@
 #include "host/common/host_codes.h"
 #include "host/common/host_log.h"
 #include "host/dispatch/envelope.h"
+#include "host/dispatch/uploads.h"
 #include "platform/dlbase/handler_base.h"
 #include "platform/webapi/api_request.h"
 
@@ -24,6 +25,14 @@ HttpResponse BadParameter(const ApiCall& call, const char* name) {
   Json::Value errors(Json::objectValue);
   errors["name"] = name;
   errors["reason"] = call.params.isMember(name) ? "type" : "required";
+  return Error(kInvalidParameter, errors);
+}
+
+// A file where no upload is taken, or a plain value where only an upload is.
+HttpResponse NotAnUpload(const std::string& name) {
+  Json::Value errors(Json::objectValue);
+  errors["name"] = name;
+  errors["reason"] = "type";
   return Error(kInvalidParameter, errors);
 }
 
@@ -54,7 +63,8 @@ HttpResponse Dispatcher::Handle(const Request& request) {
     case CallParse::kUnreadable:
       return Error(kMissingField);
     case CallParse::kUnsupportedMediaType:
-      return TextResponse(415, "send application/x-www-form-urlencoded or application/json");
+      return TextResponse(
+          415, "send application/x-www-form-urlencoded, multipart/form-data or application/json");
   }
   if (call.api.empty() || call.method.empty()) {
     return Error(kMissingField);
@@ -189,7 +199,29 @@ HttpResponse Dispatcher::CallModule(const ApiMethod& method, const Session& sess
                                     const Request& request) {
   QRIX::APILogin login{session.account.user, session.account.uid, session.account.admin,
                        request.language};
-  QRIX::APIRequest api_request(method.api, method.version, method.method, request.call.params,
+  // A parameter the policy marks as an upload holds the path of the file sent for it, never a
+  // value the client wrote: a path of its choosing could make the module read or delete any
+  // file.
+  Json::Value params = request.call.params;
+  UploadedFiles uploads;
+  for (const auto& [name, content] : request.call.files) {
+    if (method.upload_params.count(name) == 0) {
+      return NotAnUpload(name);
+    }
+  }
+  for (const std::string& name : method.upload_params) {
+    if (params.isMember(name)) {
+      return NotAnUpload(name);
+    }
+    if (const auto file = request.call.files.find(name); file != request.call.files.end()) {
+      const std::optional<std::string> path = uploads.Store(file->second);
+      if (!path) {
+        return Error(kInternalError);
+      }
+      params[name] = *path;
+    }
+  }
+  QRIX::APIRequest api_request(method.api, method.version, method.method, std::move(params),
                                std::move(login));
   try {
     if (method.check(&api_request, &module_response_)) {

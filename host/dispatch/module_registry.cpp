@@ -48,7 +48,8 @@ bool ModuleRegistry::Load(const std::string& path, std::string* error) {
     return false;
   }
   std::set<std::string> open;
-  if (!ReadPolicy(path, &open, error)) {
+  UploadParams uploads;
+  if (!ReadPolicy(path, &open, error, &uploads)) {
     return false;
   }
 
@@ -61,6 +62,9 @@ bool ModuleRegistry::Load(const std::string& path, std::string* error) {
     }
     ApiMethod m{row[i].api,   row[i].version, row[i].method,
                 row[i].entry, nullptr,        open.count(row[i].api) > 0};
+    if (const auto it = uploads.find({m.api, m.method}); it != uploads.end()) {
+      m.upload_params = it->second;
+    }
     if (FindExact(methods_, row[i].api, row[i].version, row[i].method) != nullptr ||
         FindExact(added, row[i].api, row[i].version, row[i].method) != nullptr) {
       *error = "module " + path + ": " + Name(m) + " is served twice";

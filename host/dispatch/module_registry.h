@@ -4,6 +4,7 @@
 #define QRIX_HOST_MODULE_REGISTRY_H_
 
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,7 @@ struct ApiMethod {
   QRIX::APIEntryFunc entry = nullptr;
   QRIX::APICheckFunc check = nullptr;
   bool open_to_every_user = false;
+  std::set<std::string> upload_params;  // filled only from an uploaded file
 };
 
 enum class Lookup { kFound, kUnknownApi, kUnsupportedVersion, kUnknownMethod };

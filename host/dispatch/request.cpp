@@ -9,12 +9,14 @@
 #include "host/http/cookie.h"
 #include "host/http/form.h"
 #include "host/http/language.h"
+#include "host/http/multipart.h"
 
 namespace qrix::host {
 namespace {
 
 constexpr std::string_view kFormType = "application/x-www-form-urlencoded";
 constexpr std::string_view kJsonType = "application/json";
+constexpr std::string_view kMultipartType = "multipart/form-data";
 
 // The media type of a Content-Type header, lower case, without parameters.
 std::string MediaType(const std::string* header) {
@@ -91,6 +93,22 @@ CallParse DecodeCall(const HttpRequest& request, ApiCall* out) {
   }
   if (type == kJsonType) {
     return TakeJsonBody(request.body, out) ? CallParse::kOk : CallParse::kUnreadable;
+  }
+  if (type == kMultipartType) {
+    const std::optional<std::string> boundary = MultipartBoundary(*request.Header("content-type"));
+    const std::optional<std::vector<FormPart>> parts =
+        boundary ? ParseMultipart(request.body, *boundary) : std::nullopt;
+    if (!parts) {
+      return CallParse::kUnreadable;
+    }
+    for (const FormPart& part : *parts) {
+      if (!part.is_file) {
+        TakeField(part.name, part.content, out);
+      } else if (!out->files.emplace(part.name, part.content).second) {
+        return CallParse::kUnreadable;  // two files for one parameter
+      }
+    }
+    return CallParse::kOk;
   }
   return CallParse::kUnsupportedMediaType;
 }

@@ -25,6 +25,7 @@ struct ApiCall {
   std::string method;   // empty when missing or not a string
   Json::Value params{Json::objectValue};
   std::map<std::string, std::string> form_text;  // form and query fields exactly as sent
+  std::map<std::string, std::string> files;      // multipart file parts: name -> bytes
 
   // A parameter meant as text (an account name, a password): a string value as it is, a form
   // field whose text reads as another JSON value (123456, true) as the text sent.

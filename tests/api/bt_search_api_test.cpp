@@ -94,6 +94,58 @@ TEST_F(BtSearchApiTest, AccountsAndPluginsThroughTheSearchScript) {
   EXPECT_EQ(bob.Call(kApi, "list"), ErrorEnvelope(105));
 }
 
+// The page adds a plug-in as an uploaded file. The host stores it privately for the call and
+// removes it afterwards; a path sent as a plain value is refused, whatever it names, so no
+// request can make the module read or delete a file of its choosing.
+TEST_F(BtSearchApiTest, PluginsAreAddedOnlyAsUploadedFiles) {
+  InstallDemoScript();
+  const std::string plugin =
+      ReadText(QRIX_SOURCE_DIR "/demo/target/ui/dlm/btsearch/sample-plugin.json");
+  const std::string planted = "/tmp/planted.json";
+  WriteText(planted, plugin);
+  const auto upload = [&](const char* param) {
+    const std::string boundary = "b0undary";
+    std::string body;
+    for (const auto& [name, value] :
+         Fields{{"api", kApi}, {"version", "1"}, {"method", "create"}}) {
+      body += "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + name +
+              "\"\r\n\r\n" + value + "\r\n";
+    }
+    body += "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + param +
+            "\"; filename=\"sample-plugin.json\"\r\nContent-Type: application/json\r\n\r\n" +
+            plugin + "\r\n--" + boundary + "--\r\n";
+    HttpCall call = alice_->Post(body);
+    call.headers.push_back("Content-Type: multipart/form-data; boundary=" + boundary);
+    return ParseJson(alice_->Send(call).body);
+  };
+  Json::Value type_error(Json::objectValue);
+  type_error["name"] = "btsearch_plugin";
+  type_error["reason"] = "type";
+  for (const std::string& plain : {JsonText(planted), planted}) {
+    EXPECT_EQ(Call("create", {{"btsearch_plugin", plain}}), ErrorEnvelope(120, type_error));
+  }
+  EXPECT_EQ(ReadText(planted), plugin) << "a plain value must never reach the module";
+  type_error["name"] = "plugin_name";
+  EXPECT_EQ(upload("plugin_name"), ErrorEnvelope(120, type_error)) << "no upload taken there";
+
+  EXPECT_EQ(upload("btsearch_plugin"), ParseJson(R"({"success": true})"));
+  const auto listed = [&](const char* name) {
+    const Json::Value list = Call("list");
+    int count = 0;
+    for (const Json::Value& p : list["data"]["plugins"]) {
+      count += p["name"].asString() == name ? 1 : 0;
+    }
+    return count;
+  };
+
+  EXPECT_EQ(listed("publicdomain"), 1);
+  EXPECT_TRUE(std::filesystem::is_empty("/run/qrix/webapi/uploads"))
+      << "the upload outlived its call";
+  EXPECT_EQ(Call("delete", {{"plugin_names", R"(["publicdomain"])"}}),
+            ParseJson(R"({"success": true})"));
+  EXPECT_EQ(listed("publicdomain"), 0);
+}
+
 TEST_F(BtSearchApiTest, UpdateCheckAndUpdateOverHttp) {
   BtSearchFixture script;
   update_server_.Answer(200, R"({"plugins": [{"name": "linuxiso", "version": "1.3"}]})");

@@ -1,7 +1,7 @@
-// The BT search page in a real browser against the demo's search script: the list, deleting
-// what may be deleted, and an account whose password is never shown.
+// The BT search page in a real browser against the demo's search script: the list, adding a
+// plug-in from a file, deleting what may be deleted, and an account whose password is never shown.
 import assert from 'node:assert/strict';
-import { mkdir, stat, writeFile } from 'node:fs/promises';
+import { readFile, stat } from 'node:fs/promises';
 import path from 'node:path';
 import { before, describe, test } from 'node:test';
 
@@ -31,15 +31,17 @@ describe('BT search page', () => {
     await settled(page);
   });
 
-  test('lists the plug-ins and deletes only added ones', async () => {
+  test('adds a plug-in from a file and deletes only added ones', async () => {
     assert.deepEqual(await rowNames(page), ['linuxiso', 'members']);
-    await mkdir(userPlugins, { recursive: true });
-    const mine = path.join(userPlugins, 'mine.json');
-    await writeFile(mine, JSON.stringify({ name: 'mine', displayname: 'Mine', version: '1', description: '' }));
-    await page.reload();
-    await settled(page);
+    const plugin = { name: 'mine', displayname: 'Mine', version: '1', description: '' };
+    await page.setInputFiles('#btsearch-file', {
+      name: 'mine.json', mimeType: 'application/json', buffer: Buffer.from(JSON.stringify(plugin)),
+    });
+    assert.equal(await press(page, 'Add plug-in'), 'Added mine.json.');
     assert.deepEqual(await rowNames(page), ['linuxiso', 'members', 'mine']);
     assert.equal(await page.textContent('tr[data-plugin="mine"] td:nth-child(4)'), 'Added');
+    const mine = path.join(userPlugins, 'mine.json');
+    assert.deepEqual(JSON.parse(await readFile(mine, 'utf8')), plugin);
 
     await page.check('tr[data-plugin="mine"] input[type="checkbox"]');
     assert.equal(await press(page, 'Delete selected'), 'Deleted.');

@@ -32,6 +32,13 @@ TEST(RequestTest, ReadsFormQueryAndJsonAlike) {
       {"JSON body", Http("", "application/json",
                          R"({"api":"A.B","version":1,"method":"set",)"
                          R"("params":{"port":6881,"word":"auto"}})")},
+      {"multipart body", Http("", "multipart/form-data; boundary=\"b b\"",
+                              "preamble\r\n--b b\r\nContent-Disposition: form-data; name=api\r\n"
+                              "\r\nA.B\r\n--b b\r\ncontent-disposition: form-data; name=\"version\""
+                              "\r\n\r\n1\r\n--b b\r\nContent-Disposition: form-data; name=method"
+                              "\r\n\r\nset\r\n--b b\r\nContent-Disposition: form-data; name=port"
+                              "\r\n\r\n6881\r\n--b b\r\nContent-Disposition: form-data; name=word"
+                              "\r\n\r\nauto\r\n--b b--\r\n")},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.label);
@@ -60,13 +67,33 @@ TEST(RequestTest, RefusesBodiesThatAreNoCall) {
       {"application/json", R"({"api":"A","params":"x"})", CallParse::kUnreadable},
       {"text/plain", "api=A", CallParse::kUnsupportedMediaType},
       {"", "api=A", CallParse::kUnsupportedMediaType},
-      {"multipart/form-data; boundary=x", "--x", CallParse::kUnsupportedMediaType},
+      // Cut short, a part without a name, two files for one parameter, no boundary.
+      {"multipart/form-data; boundary=x", "--x", CallParse::kUnreadable},
+      {"multipart/form-data; boundary=x",
+       "--x\r\nContent-Disposition: form-data; name=a\r\n\r\n1\r\n--", CallParse::kUnreadable},
+      {"multipart/form-data; boundary=x", "--x\r\nContent-Disposition: form-data\r\n\r\n1\r\n--x--",
+       CallParse::kUnreadable},
+      {"multipart/form-data; boundary=x",
+       "--x\r\nContent-Disposition: form-data; name=f; filename=a\r\n\r\n1\r\n"
+       "--x\r\nContent-Disposition: form-data; name=f; filename=b\r\n\r\n2\r\n--x--",
+       CallParse::kUnreadable},
+      {"multipart/form-data", "--x\r\n", CallParse::kUnreadable},
       {"text/plain", "", CallParse::kOk},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(DecodeRequest(Http("", row.content_type, row.body)).call_parse, row.result)
         << row.content_type << " " << row.body;
   }
+}
+
+TEST(RequestTest, UploadedFilesStayApartFromParameters) {
+  const ApiCall call =
+      DecodeRequest(Http("", "multipart/form-data; boundary=x",
+                         "--x\r\nContent-Disposition: form-data; name=\"f\"; filename=\"p.json\""
+                         "\r\nContent-Type: application/json\r\n\r\n{\"a\":\r\n1}\r\n--x--\r\n"))
+          .call;
+  EXPECT_EQ(call.files, (std::map<std::string, std::string>{{"f", "{\"a\":\r\n1}"}}));
+  EXPECT_FALSE(call.params.isMember("f"));
 }
 
 TEST(RequestTest, TextParametersKeepWhatWasSent) {
