@@ -58,10 +58,10 @@ std::vector<Section> ParseSections(std::string_view text) {
       }
       return;
     }
-    std::string_view value;
+    std::string value;
     const std::string_view key = kv::ParseLine(line, &value);
     if (!key.empty()) {
-      sections[current].entries.push_back({std::string(key), std::string(value)});
+      sections[current].entries.push_back({std::string(key), std::move(value)});
     }
   });
   if (sections.front().entries.empty()) {
