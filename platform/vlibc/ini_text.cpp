@@ -48,7 +48,7 @@ std::vector<Section> ParseSections(std::string_view text) {
     std::string_view name;
     if (ParseHeader(line, &name)) {
       current = sections.size();
-      for (size_t i = 1; i < sections.size(); ++i) {
+      for (size_t i = 0; i < sections.size(); ++i) {  // "[]" continues the unnamed one
         if (sections[i].name == name) {
           current = i;
         }
