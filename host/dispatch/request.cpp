@@ -50,22 +50,27 @@ void TakeField(const std::string& name, const std::string& text, ApiCall* call) 
   }
 }
 
+// The member `name` of a JSON object, or null.
+const Json::Value* Member(const Json::Value& object, std::string_view name) {
+  return object.find(name.data(), name.data() + name.size());
+}
+
 bool TakeJsonBody(const std::string& body, ApiCall* call) {
   Json::Value root;
   if (!ParseStrictJson(body, &root) || !root.isObject()) {
     return false;
   }
-  const Json::Value* params = root.find("params", "params" + 6);
+  const Json::Value* params = Member(root, "params");
   if (params != nullptr && !params->isObject() && !params->isNull()) {
     return false;
   }
-  if (const Json::Value* api = root.find("api", "api" + 3)) {
+  if (const Json::Value* api = Member(root, "api")) {
     call->api = StringOrEmpty(*api);
   }
-  if (const Json::Value* method = root.find("method", "method" + 6)) {
+  if (const Json::Value* method = Member(root, "method")) {
     call->method = StringOrEmpty(*method);
   }
-  if (const Json::Value* version = root.find("version", "version" + 7)) {
+  if (const Json::Value* version = Member(root, "version")) {
     call->version = *version;
   }
   if (params != nullptr && params->isObject()) {

@@ -48,7 +48,7 @@ std::vector<Section> ParseSections(std::string_view text) {
     std::string_view name;
     if (ParseHeader(line, &name)) {
       current = sections.size();
-      for (size_t i = 1; i < sections.size(); ++i) {
+      for (size_t i = 0; i < sections.size(); ++i) {  // "[]" continues the unnamed one
         if (sections[i].name == name) {
           current = i;
         }
@@ -58,10 +58,10 @@ std::vector<Section> ParseSections(std::string_view text) {
       }
       return;
     }
-    std::string_view value;
+    std::string value;
     const std::string_view key = kv::ParseLine(line, &value);
     if (!key.empty()) {
-      sections[current].entries.push_back({std::string(key), std::string(value)});
+      sections[current].entries.push_back({std::string(key), std::move(value)});
     }
   });
   if (sections.front().entries.empty()) {

@@ -26,7 +26,8 @@ struct Section {
 };
 
 // Every section in file order. A header seen again adds its lines to the first section of that
-// name, so each name appears once. The unnamed section is listed only when it has entries.
+// name, so each name appears once; an empty header "[]" continues the unnamed section (the lines
+// before the first header), which is listed only when it has entries.
 QRIX_EXPORT std::vector<Section> ParseSections(std::string_view text);
 
 // The section `name` of `sections`, or nullptr.

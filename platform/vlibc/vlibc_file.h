@@ -20,8 +20,10 @@ QRIX_EXPORT int VLIBCFileGetKeyValue(const char* file, const char* key, char* bu
 /* Sets `key` to `value`: replaces the key's line or appends one, and publishes the file
  * atomically with its owner and mode kept (files of the package's etc directory excepted: they
  * hold secrets, see atomic_file.h). `line_format` is NULL for the default line
- * key="value", or a format with exactly two %s (key, then value). A value holding a newline,
- * carriage return or NUL is refused: it would let a request write lines of its own.
+ * key="value", or a format with exactly two %s (key, then value between double quotes). The
+ * value is written as sh reads double-quoted text (kv_text.h), since shell scripts source these
+ * files. A value holding a newline, carriage return or NUL is refused: it would let a request
+ * write lines of its own.
  * Returns 0, or -1 with the error state set. While the calling process holds a file lock the
  * write is staged and published once, when the lock is released. */
 QRIX_EXPORT int VLIBCFileSetKeyValue(const char* file, const char* key, const char* value,

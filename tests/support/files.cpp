@@ -3,6 +3,10 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <string_view>
+#include <utility>
+
+#include "platform/vlibc/process.h"
 
 namespace qrix::test {
 
@@ -26,6 +30,11 @@ void Remove(const std::string& path) {
 
 ParsedKv ParseKvStrict(const std::string& text) {
   ParsedKv parsed;
+  const auto bad = [&parsed](std::string line) {
+    parsed.ok = false;
+    parsed.bad_line = std::move(line);
+    return parsed;
+  };
   std::istringstream in(text);
   std::string line;
   while (std::getline(in, line)) {
@@ -35,20 +44,41 @@ ParsedKv ParseKvStrict(const std::string& text) {
     const size_t eq = line.find('=');
     if (eq == std::string::npos || eq == 0 || line.size() < eq + 3 || line[eq + 1] != '"' ||
         line.back() != '"') {
-      parsed.ok = false;
-      parsed.bad_line = line;
-      return parsed;
+      return bad(line);
     }
-    parsed.values.emplace(line.substr(0, eq), line.substr(eq + 2, line.size() - eq - 3));
+    // Inside the quotes sh ends the text at a bare quote and expands a bare $ or backquote; a
+    // backslash before one of these or before a backslash stands for that byte.
+    const std::string_view quoted = std::string_view(line).substr(eq + 2, line.size() - eq - 3);
+    std::string value;
+    for (size_t i = 0; i < quoted.size(); ++i) {
+      const char c = quoted[i];
+      if (c == '"' || c == '$' || c == '`' || (c == '\\' && i + 1 == quoted.size())) {
+        return bad(line);
+      }
+      if (c == '\\' && std::string_view("\"$`\\").find(quoted[i + 1]) != std::string_view::npos) {
+        ++i;
+      }
+      value.push_back(quoted[i]);
+    }
+    parsed.values.emplace(line.substr(0, eq), std::move(value));
   }
   if (!text.empty() && text.back() != '\n') {
-    parsed.ok = false;
-    parsed.bad_line = "(no newline at the end)";
+    return bad("(no newline at the end)");
   }
   return parsed;
 }
 
-void WriteSettings(const std::string& content) { WriteText(kSettingsConf, content); }
+std::optional<std::string> SourcedValue(const std::string& path, const std::string& key) {
+  std::string out;
+  if (RunProcess({"/bin/sh", "-c", ". " + path + " && printf %s \"$" + key + "\""}, &out) != 0) {
+    return std::nullopt;
+  }
+  return out;
+}
+
+void WriteSettings(const std::string& content) {
+  WriteText(kSettingsConf, content);
+}
 
 std::map<std::string, std::string> ReadSettings() {
   return ParseKvStrict(ReadText(kSettingsConf)).values;

@@ -3,6 +3,7 @@
 #define HAULPORT_TESTS_SUPPORT_FILES_H_
 
 #include <map>
+#include <optional>
 #include <string>
 
 namespace qrix::test {
@@ -13,14 +14,18 @@ void WriteText(const std::string& path, const std::string& content);
 std::string ReadText(const std::string& path);
 // Removes `path` if it exists.
 void Remove(const std::string& path);
-// Parses a key="value" file strictly: every non-empty line must be key="value". Lines that
-// are not fail the test that calls it (through the returned `ok` flag).
+// Parses a key="value" file strictly: every non-empty line must be key="value", the value as
+// sh reads it between double quotes (a quote, $ or backquote only after a backslash). Lines
+// that are not fail the test that calls it (through the returned `ok` flag).
 struct ParsedKv {
   bool ok = true;
   std::string bad_line;
   std::map<std::string, std::string> values;
 };
 ParsedKv ParseKvStrict(const std::string& text);
+
+// What `sh` reads for `key` when it sources `path` (a word key), or nothing when sh failed.
+std::optional<std::string> SourcedValue(const std::string& path, const std::string& key);
 
 // Settings file helpers.
 inline constexpr const char* kSettingsConf = "/var/packages/Haulport/etc/settings.conf";

@@ -7,6 +7,7 @@
 
 #include "module/dlcommon/download_info.h"
 #include "platform/dlbase/handler_base.h"
+#include "platform/vlibc/vlibc_file.h"
 #include "platform/webapi/api_validator.h"
 #include "tests/support/files.h"
 #include "tests/support/lock_holder.h"
@@ -20,7 +21,8 @@ QRIX::APIRequest Request(const char* params) {
   return QRIX::APIRequest("api", 1, "set", QRIX::WebAPIUtil::ParseJson(params));
 }
 
-// What a queue stages, read back through a flush into an empty file, in file order.
+// What a queue stages, read back through a flush into an empty file: the keys in file order,
+// each with the value the reader gives.
 Pairs Staged(QRIXDL::CommitQueue& queue) {
   qrix::test::WriteSettings("");
   EXPECT_TRUE(queue.Flush());
@@ -29,9 +31,11 @@ Pairs Staged(QRIXDL::CommitQueue& queue) {
   size_t pos = 0;
   while (pos < text.size()) {
     const size_t nl = text.find('\n', pos);
-    const std::string line = text.substr(pos, nl - pos);
-    const size_t eq = line.find('=');
-    pairs.emplace_back(line.substr(0, eq), line.substr(eq + 2, line.size() - eq - 3));
+    const std::string key = text.substr(pos, text.find('=', pos) - pos);
+    char value[256];
+    EXPECT_GE(VLIBCFileGetKeyValue(qrix::test::kSettingsConf, key.c_str(), value, sizeof value, 0),
+              0);
+    pairs.emplace_back(key, value);
     pos = nl + 1;
   }
   return pairs;

@@ -1,12 +1,14 @@
-// Checks shared by the handler tests for what a string parameter may carry: quotes are stored
-// as sent, line breaks are refused by the commit queue without touching the file, and a NUL is
-// a type error of the check table.
+// Checks shared by the handler tests for what a string parameter may carry: quotes and shell
+// metacharacters are stored so that both the module and sh read them back as sent, line breaks
+// are refused by the commit queue without touching the file, and a NUL is a type error of the
+// check table.
 #ifndef HAULPORT_TESTS_UNIT_MODULE_HANDLER_STRING_PARAM_CHECKS_H_
 #define HAULPORT_TESTS_UNIT_MODULE_HANDLER_STRING_PARAM_CHECKS_H_
 
 #include <gtest/gtest.h>
 #include <json/json.h>
 
+#include <filesystem>
 #include <functional>
 #include <string>
 
@@ -27,8 +29,11 @@ inline void ExpectStringParamIsStoredSafely(
     std::string value;
     bool storable;
   } cases[] = {
-      {R"(say "hi")", true}, {R"(")", true},      {R"(""")", true}, {R"(a=" b="c)", true},
-      {"two\nlines", false}, {"cr\rhere", false}, {"\r\n", false},  {"x\"\nk=\"v", false},
+      {R"(say "hi")", true}, {R"("\')", true},
+      {R"(a=" b="c)", true}, {"$(/usr/bin/touch /tmp/ran)`/usr/bin/touch /tmp/ran`", true},
+      {R"(a\)", true},       {"two\nlines", false},
+      {"cr\rhere", false},   {"\r\n", false},
+      {"x\"\nk=\"v", false},
   };
   const std::string before = key + "=\"old\"\ndownload_other=\"kept\"\n";
   for (const auto& c : cases) {
@@ -46,6 +51,8 @@ inline void ExpectStringParamIsStoredSafely(
       EXPECT_GT(VLIBCFileGetKeyValue(kSettingsConf, key.c_str(), read_back, sizeof read_back, 0),
                 0);
       EXPECT_EQ(read_back, c.value);
+      EXPECT_EQ(SourcedValue(kSettingsConf, key), c.value);
+      EXPECT_FALSE(std::filesystem::exists("/tmp/ran"));
       EXPECT_EQ(file.values.size(), 2u);
     } else {
       EXPECT_EQ(response.GetErrorCode(), 505);

@@ -33,6 +33,7 @@ TEST(IniTextTest, ParseSections) {
       {"[a]\r\nk=\"v\"\r\n[b]\r\n", "a{k=v}b{}"},
       {"[a]\nk=\"1\"\n[b]\nk=\"2\"\n[a]\nk=\"3\"\nj=\"4\"\n", "a{k=1,k=3,j=4}b{k=2}"},
       {"[a]\nk=\"say \"hi\"\"\nplain=x\nbroken\n[b\n", "a{k=say \"hi\",plain=x}"},
+      {"top=\"1\"\n[a]\n[]\nk=\"\\$\"\n", "{top=1,k=$}a{}"},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(Render(qrix::ini::ParseSections(c.text)), c.want) << c.text;

@@ -61,6 +61,9 @@ TEST_F(KvFileTest, ReadsTheLineFormat) {
       {"first of duplicates", "k=\"one\"\nk=\"two\"\n", "k", 64, 3, "one"},
       {"unquoted", "k=v w\n", "k", 64, 3, "v w"},
       {"inner quotes", "k=\"a\"b\"\n", "k", 64, 3, "a\"b"},
+      {"escapes as sh reads them", R"(k="\"\$\`\\")", "k", 64, 4, "\"$`\\"},
+      {"other backslashes kept", R"(k="a\b\")", "k", 64, 4, "a\\b\\"},
+      {"unquoted is taken literally", R"(k=a\$b)", "k", 64, 4, "a\\$b"},
       {"blanks around", "  k =  \"v\"  \n", "k", 64, 1, "v"},
       {"blanks inside quotes kept", "k=\" v \"\n", "k", 64, 3, " v "},
       {"crlf", "k=\"v\"\r\n", "k", 64, 1, "v"},
@@ -97,7 +100,7 @@ TEST_F(KvFileTest, WritesReplaceAppendAndKeepTheRest) {
   WriteText(kFile, "# head\na=\"1\"\nk=\"old\"\nb=\"2\"\nk=\"dup\"\n");
   ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "k", "new", nullptr), 0);
   ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "c", "q\"uo\"te", nullptr), 0);
-  EXPECT_EQ(ReadText(kFile), "# head\na=\"1\"\nk=\"new\"\nb=\"2\"\nc=\"q\"uo\"te\"\n");
+  EXPECT_EQ(ReadText(kFile), "# head\na=\"1\"\nk=\"new\"\nb=\"2\"\nc=\"q\\\"uo\\\"te\"\n");
   EXPECT_EQ(Get("c").value, "q\"uo\"te");
   ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "e", "", nullptr), 0);
   EXPECT_EQ(Get("e").rc, 0);
@@ -105,9 +108,10 @@ TEST_F(KvFileTest, WritesReplaceAppendAndKeepTheRest) {
 
 TEST_F(KvFileTest, LineFormats) {
   ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "k", "v", "%s=\"%s\"\n"), 0);
-  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "p", "5", "%s=%s%%\n"), 0);
-  EXPECT_EQ(ReadText(kFile), "k=\"v\"\np=5%\n");
-  for (const char* bad : {"%s", "%s=%d", "%s=%s=%s", "%n%s%s"}) {
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "p", "$5", "%s = \"%s%%\"\n"), 0);
+  EXPECT_EQ(ReadText(kFile), "k=\"v\"\np = \"\\$5%\"\n");
+  // An unquoted value is one sh would split, expand or run.
+  for (const char* bad : {"%s", "%s=%d", "%s=%s=%s", "%n%s%s", "%s=%s", "%s=\"\"%s"}) {
     SCOPED_TRACE(bad);
     EXPECT_EQ(VLIBCFileSetKeyValue(kFile, "k", "x", bad), -1);
   }
@@ -121,9 +125,16 @@ TEST_F(KvFileTest, RefusesValuesAndKeysThatWouldBreakTheFormat) {
     const char* key;
     std::string value;
   } const cases[] = {
-      {"k", "line\nother=\"x\""}, {"k", "cr\rhere"}, {"k", with_nul},
-      {"", "v"},                  {"a=b", "v"},      {"a\nb", "v"},
+      {"k", "line\nother=\"x\""},
+      {"k", "cr\rhere"},
+      {"k", with_nul},
+      {"", "v"},
+      {"a=b", "v"},
+      {"a\nb", "v"},
       {"\"k\"", "v"},
+      {"a$(x)", "v"},
+      {"a`x`", "v"},
+      {"a b", "v"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.key);
@@ -131,6 +142,35 @@ TEST_F(KvFileTest, RefusesValuesAndKeysThatWouldBreakTheFormat) {
     EXPECT_EQ(VLIBCErrGet(), ERR_FILE_BAD_VALUE);
   }
   EXPECT_EQ(ReadText(kFile), "k=\"keep\"\n");
+}
+
+// The package's shell scripts source these files: whatever a value holds, sh runs nothing and
+// reads what the reader reads.
+TEST_F(KvFileTest, ShellReadsEveryValueLiterally) {
+  constexpr const char* kRan = "/tmp/kv/ran";
+  const std::string values[] = {
+      R"("\')",
+      "$(/usr/bin/touch /tmp/kv/ran)",
+      "`/usr/bin/touch /tmp/kv/ran`",
+      "\"; /usr/bin/touch /tmp/kv/ran; \"",
+      "${HOME}$$ $1",
+      R"(a\)",
+      R"(\"\$\`\\)",
+      "it's; a && b | c > d",
+      "\\n\\t",
+      " tab\there \x01\x7f\xff ",
+      "",
+  };
+  WriteText(kFile, "before=\"1\"\n");
+  for (const std::string& value : values) {
+    SCOPED_TRACE(value);
+    ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "k", value.c_str(), nullptr), 0);
+    ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "after", "2", nullptr), 0);
+    EXPECT_EQ(qrix::test::SourcedValue(kFile, "k"), value);
+    EXPECT_EQ(Get("k", 256).value, value);
+    EXPECT_EQ(qrix::test::SourcedValue(kFile, "after"), "2");
+    EXPECT_FALSE(std::filesystem::exists(kRan));
+  }
 }
 
 TEST_F(KvFileTest, KeepsOwnerAndModeAndMakesNewFiles0644) {

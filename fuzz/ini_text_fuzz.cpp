@@ -1,0 +1,69 @@
+// The INI text: any text parses, and replacing one section leaves exactly the given entries in
+// it while every other section keeps its entries. Input: "name\nkey=value\nkey=value\n" then
+// the file's text.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "fuzz/fuzz_check.h"
+#include "platform/vlibc/ini_text.h"
+
+namespace {
+
+std::string_view TakeLine(std::string_view* in) {
+  const size_t nl = in->find('\n');
+  const std::string_view line = in->substr(0, nl);
+  in->remove_prefix(nl == std::string_view::npos ? in->size() : nl + 1);
+  return line;
+}
+
+qrix::ini::Entry TakeEntry(std::string_view* in) {
+  const std::string_view line = TakeLine(in);
+  const size_t eq = line.find('=');
+  if (eq == std::string_view::npos) {
+    return {std::string(line), {}};
+  }
+  return {std::string(line.substr(0, eq)), std::string(line.substr(eq + 1))};
+}
+
+bool SameEntries(const std::vector<qrix::ini::Entry>& a, const std::vector<qrix::ini::Entry>& b) {
+  if (a.size() != b.size()) {
+    return false;
+  }
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (a[i].key != b[i].key || a[i].value != b[i].value) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  std::string_view in(reinterpret_cast<const char*>(data), size);
+  const std::string name(TakeLine(&in));
+  const std::vector<qrix::ini::Entry> entries = {TakeEntry(&in), TakeEntry(&in)};
+  std::string text(in);
+
+  const std::vector<qrix::ini::Section> before = qrix::ini::ParseSections(text);
+  const std::string original = text;
+  if (!qrix::ini::ReplaceSection(&text, name, entries)) {
+    FUZZ_CHECK(text == original);
+    return 0;
+  }
+  const std::vector<qrix::ini::Section> after = qrix::ini::ParseSections(text);
+  const qrix::ini::Section* replaced = qrix::ini::FindSection(after, name);
+  FUZZ_CHECK(replaced != nullptr && SameEntries(replaced->entries, entries));
+  for (const qrix::ini::Section& section : before) {
+    if (section.name == name) {
+      continue;
+    }
+    const qrix::ini::Section* kept = qrix::ini::FindSection(after, section.name);
+    FUZZ_CHECK(kept != nullptr && SameEntries(kept->entries, section.entries));
+  }
+  FUZZ_CHECK(after.size() == before.size() + (qrix::ini::FindSection(before, name) ? 0 : 1));
+  return 0;
+}
