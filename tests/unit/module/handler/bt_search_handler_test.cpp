@@ -198,16 +198,17 @@ TEST_F(BtSearchHandlerTest, CreateMakesThePluginFolderAndKeepsTheUploadWhenItCan
 
 TEST_F(BtSearchHandlerTest, GetAnswersTheStoredUserNameOnly) {
   const std::string conf = std::string(kDownloadDir) + "/btsearch.conf";
-  // The section's first "username" counts; lines before any header belong to no plug-in.
+  // The section's first "username" counts; lines before any header belong to no plug-in. Values
+  // are read as sh reads double-quoted text, as every key/value file of the package is.
   WriteText(conf,
             "username=\"top\"\n[tpb]\r\nusername = \"ann \\\"x\\\"\"\npassword=\"secret\"\n"
             "username=\"later\"\n[other]\nusername=\"bob\"\n[ empty ]\n");
   const struct {
     const char* name;
     const char* want;
-  } rows[] = {{"tpb", R"({"username": "ann \\\"x\\\""})"}, {"empty", R"({"username": ""})"},
-              {"missing", R"({"username": ""})"},          {"", R"({"username": ""})"},
-              {"../tpb", R"({"username": ""})"},           {"tpb]\n[x", R"({"username": ""})"}};
+  } rows[] = {{"tpb", R"({"username": "ann \"x\""})"}, {"empty", R"({"username": ""})"},
+              {"missing", R"({"username": ""})"},      {"", R"({"username": ""})"},
+              {"../tpb", R"({"username": ""})"},       {"tpb]\n[x", R"({"username": ""})"}};
   for (const auto& row : rows) {
     Json::Value params;
     params["plugin_name"] = row.name;

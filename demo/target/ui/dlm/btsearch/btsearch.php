@@ -83,7 +83,8 @@ function install(array $p, string $text): void
     publish(USER_DIR . '/' . $p['name'] . '.json', $text, 0644);
 }
 
-// The accounts file as sections of key => value.
+// The accounts file as sections of key => value. Values are written as sh reads double-quoted
+// text, as the package's key/value files are.
 function accounts(): array
 {
     $sections = [];
@@ -93,7 +94,7 @@ function accounts(): array
             $current = $m[1];
             $sections[$current] = [];
         } elseif ($current !== null && preg_match('/^([a-z]+)="(.*)"$/', $line, $m)) {
-            $sections[$current][$m[1]] = $m[2];
+            $sections[$current][$m[1]] = preg_replace('/\\\\([\\\\"$`])/', '$1', $m[2]);
         }
     }
     return $sections;
@@ -105,7 +106,7 @@ function save_accounts(array $sections): void
     foreach ($sections as $name => $keys) {
         $text .= "[$name]\n";
         foreach ($keys as $key => $value) {
-            $text .= "$key=\"$value\"\n";
+            $text .= "$key=\"" . addcslashes($value, '\\"$`') . "\"\n";
         }
     }
     publish(ACCOUNT_FILE, $text, 0600);  // it holds passwords
