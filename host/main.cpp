@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 
+#include "host/access/auth.h"
 #include "host/access/host_check.h"
 #include "host/access/login_limiter.h"
 #include "host/access/session_store.h"
@@ -77,10 +78,13 @@ int main(int argc, char** argv) {
       return Fail(error);
     }
   }
-  SessionStore sessions(options.session_dir, options.idle_timeout);
-  LoginLimiter limiter(kLoginFailuresDir,
-                       LoginLimits{options.login_max_failures,
-                                   options.login_max_failures_per_address, options.login_lockout});
+  SessionStore sessions(options.session_dir, options.idle_timeout, options.session_lifetime);
+  LoginLimits login_limits;
+  login_limits.per_account = options.login_max_failures;
+  login_limits.per_address = options.login_max_failures_per_address;
+  login_limits.lockout_seconds = options.login_lockout;
+  LoginLimiter limiter(kLoginFailuresDir, login_limits);
+  AccountCache accounts;
   StaticFiles files(options.ui_dir);
   if (!sessions.Prepare(&error) || !limiter.Prepare(&error) || !files.Prepare(&error)) {
     return Fail(error);
@@ -106,6 +110,8 @@ int main(int argc, char** argv) {
   worker.files = &files;
   worker.sessions = &sessions;
   worker.limiter = &limiter;
+  worker.accounts = &accounts;
+  worker.behind_proxy = options.behind_proxy;
 
   MasterSettings master;
   master.workers = options.workers;

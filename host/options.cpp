@@ -9,11 +9,11 @@ namespace qrix::host {
 namespace {
 
 using Member = std::variant<std::string HostOptions::*, int HostOptions::*,
-                            std::vector<std::string> HostOptions::*>;
+                            std::vector<std::string> HostOptions::*, bool HostOptions::*>;
 
 struct OptionRow {
   std::string_view name;
-  const char* value_name;
+  const char* value_name;  // null for a switch, which takes no value
   Member member;
   int min = 0;
   int max = 0;
@@ -36,6 +36,8 @@ const OptionRow kOptions[] = {
     {"session-dir", "DIR", &HostOptions::session_dir, 0, 0, "one file per login session"},
     {"idle-timeout", "SECONDS", &HostOptions::idle_timeout, 1, kMaxSeconds,
      "a session unused this long ends"},
+    {"session-lifetime", "SECONDS", &HostOptions::session_lifetime, 1, kMaxSeconds,
+     "a session ends this long after its login, however much it is used"},
     {"request-timeout", "SECONDS", &HostOptions::request_timeout, 1, 3600,
      "time limit of one request, post-response callbacks included"},
     {"read-timeout", "SECONDS", &HostOptions::read_timeout, 1, 600,
@@ -48,8 +50,10 @@ const OptionRow kOptions[] = {
      "the same from one client address"},
     {"host-name", "NAME", &HostOptions::host_names, 0, 0,
      "another name the Host header may carry (repeatable)"},
+    {"behind-proxy", nullptr, &HostOptions::behind_proxy, 0, 0,
+     "trust X-Forwarded-Proto and X-Forwarded-For from loopback (a TLS front)"},
     {"login-max-failures", "N", &HostOptions::login_max_failures, 1, 1000,
-     "failed logins of one account before it is locked out"},
+     "failed logins of one account from one address before that pair is locked out"},
     {"login-max-failures-per-address", "N", &HostOptions::login_max_failures_per_address, 1, 100000,
      "failed logins from one address before it is locked out"},
     {"login-lockout", "SECONDS", &HostOptions::login_lockout, 1, kMaxSeconds,
@@ -122,6 +126,14 @@ ParseStatus ParseOptions(std::span<const char* const> args, HostOptions* options
       *error = "unknown option --" + std::string(arg);
       return ParseStatus::kBad;
     }
+    if (auto* flag = std::get_if<bool HostOptions::*>(&row->member)) {
+      if (inline_value) {
+        *error = "--" + std::string(arg) + " takes no value";
+        return ParseStatus::kBad;
+      }
+      options->** flag = true;
+      continue;
+    }
     if (!inline_value) {
       if (i + 1 >= args.size()) {
         *error = "--" + std::string(arg) + " needs a value";
@@ -143,7 +155,10 @@ ParseStatus ParseOptions(std::span<const char* const> args, HostOptions* options
 std::string Usage() {
   std::string out = "usage: qrix-webapi --module PATH [options]\n";
   for (const OptionRow& row : kOptions) {
-    std::string left = "  --" + std::string(row.name) + " " + row.value_name;
+    std::string left = "  --" + std::string(row.name);
+    if (row.value_name != nullptr) {
+      left += std::string(" ") + row.value_name;
+    }
     left.resize(std::max<size_t>(left.size() + 1, 42), ' ');
     out += left + row.help + "\n";
   }

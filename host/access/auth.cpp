@@ -3,6 +3,8 @@
 #include <grp.h>
 #include <pwd.h>
 #include <security/pam_appl.h>
+#include <shadow.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -73,6 +75,9 @@ class PamTransaction {
     }
   }
   bool Started() const { return status_ == PAM_SUCCESS; }
+  bool SetClient(const std::string& client) {
+    return (status_ = ::pam_set_item(handle_, PAM_RHOST, client.c_str())) == PAM_SUCCESS;
+  }
   int Authenticate() { return status_ = ::pam_authenticate(handle_, PAM_DISALLOW_NULL_AUTHTOK); }
   int CheckAccount() { return status_ = ::pam_acct_mgmt(handle_, PAM_DISALLOW_NULL_AUTHTOK); }
   const char* Describe(int status) const { return ::pam_strerror(handle_, status); }
@@ -89,9 +94,45 @@ size_t BufferSize(int name) {
   return size > 0 ? static_cast<size_t>(size) : 16384;
 }
 
+constexpr long kSecondsPerDay = 24 * 3600;
+
+// Why the password entry (shadow, or passwd where there is none) keeps the account from
+// logging in on `today` (days since 1970, as the shadow file counts), or null when it does not.
+// The same rules as PAM's at login, so that an open session ends when a new login would fail.
+const char* ShadowRefusal(const std::string& user, const passwd& pw, long today) {
+  std::vector<char> buffer(BufferSize(_SC_GETPW_R_SIZE_MAX));
+  spwd sp{};
+  spwd* found = nullptr;
+  int err;
+  while ((err = ::getspnam_r(user.c_str(), &sp, buffer.data(), buffer.size(), &found)) == ERANGE) {
+    buffer.resize(buffer.size() * 2);
+  }
+  if (found == nullptr && err != 0 && err != ENOENT) {
+    return "cannot read the shadow entry";
+  }
+  const char* hash = found != nullptr ? sp.sp_pwdp : pw.pw_passwd;
+  if (hash == nullptr || hash[0] == '\0' || hash[0] == '!' || hash[0] == '*') {
+    return "password locked";
+  }
+  if (found == nullptr) {
+    return nullptr;  // no shadow entry: no ageing either
+  }
+  if (sp.sp_expire >= 0 && today >= sp.sp_expire) {
+    return "account expired";
+  }
+  if (sp.sp_lstchg == 0) {
+    return "password must be changed";
+  }
+  if (sp.sp_lstchg > 0 && sp.sp_max >= 0 && today - sp.sp_lstchg > sp.sp_max) {
+    return "password expired";
+  }
+  return nullptr;
+}
+
 }  // namespace
 
-PasswordCheck CheckPassword(const std::string& account, const std::string& password) {
+PasswordCheck CheckPassword(const std::string& account, const std::string& password,
+                            const std::string& client) {
   // C strings end at a NUL: an account or password holding one is not the one given.
   if (account.empty() || account.find('\0') != std::string::npos ||
       password.find('\0') != std::string::npos) {
@@ -99,7 +140,7 @@ PasswordCheck CheckPassword(const std::string& account, const std::string& passw
   }
   Credentials credentials{&account, &password};
   PamTransaction pam(account, &credentials);
-  if (!pam.Started()) {
+  if (!pam.Started() || !pam.SetClient(client)) {
     LogFailure("cannot start PAM service", kPamService, pam.Describe(pam.Status()));
     return PasswordCheck::kFailed;
   }
@@ -113,12 +154,12 @@ PasswordCheck CheckPassword(const std::string& account, const std::string& passw
     case PAM_MAXTRIES:
       return PasswordCheck::kWrong;
     default:
-      LogFailure("PAM authentication failed for account", account, pam.Describe(auth));
+      LogFailure("PAM authentication failed for account", Printable(account), pam.Describe(auth));
       return PasswordCheck::kFailed;
   }
   const int acct = pam.CheckAccount();
   if (acct != PAM_SUCCESS) {
-    LogFailure("PAM refused account", account, pam.Describe(acct));
+    LogFailure("PAM refused account", Printable(account), pam.Describe(acct));
     return PasswordCheck::kAccountRefused;
   }
   return PasswordCheck::kAccepted;
@@ -133,7 +174,12 @@ std::optional<Account> LookupAccount(const std::string& user) {
     buffer.resize(buffer.size() * 2);
   }
   if (found == nullptr) {
-    LogFailure("cannot find account", user, err != 0 ? std::strerror(err) : "no such account");
+    LogFailure("cannot find account", Printable(user),
+               err != 0 ? std::strerror(err) : "no such account");
+    return std::nullopt;
+  }
+  if (const char* refusal = ShadowRefusal(user, pw, ::time(nullptr) / kSecondsPerDay)) {
+    LogFailure("login no longer allowed for account", Printable(user), refusal);
     return std::nullopt;
   }
   Account account{user, pw.pw_uid, false};
@@ -159,6 +205,45 @@ std::optional<Account> LookupAccount(const std::string& user) {
   }
   groups.resize(static_cast<size_t>(count));
   account.admin = std::find(groups.begin(), groups.end(), admin_gid) != groups.end();
+  return account;
+}
+
+bool AccountCache::Stamp::operator==(const Stamp& o) const {
+  return device == o.device && inode == o.inode && size == o.size &&
+         modified.tv_sec == o.modified.tv_sec && modified.tv_nsec == o.modified.tv_nsec &&
+         changed.tv_sec == o.changed.tv_sec && changed.tv_nsec == o.changed.tv_nsec;
+}
+
+std::optional<Account> AccountCache::Lookup(const std::string& user) {
+  // File times tick coarsely: a file changed within this many seconds could change again
+  // without its stamp showing it, so what is read from it then is not kept.
+  constexpr time_t kSettleSeconds = 2;
+  const time_t now = ::time(nullptr);
+  std::array<Stamp, kFiles.size()> stamps{};
+  bool settled = true;
+  for (size_t i = 0; i < kFiles.size(); ++i) {
+    struct stat st {};
+    if (::stat(kFiles[i], &st) == 0) {
+      stamps[i] = Stamp{st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
+      settled = settled && now - st.st_mtim.tv_sec >= kSettleSeconds &&
+                now - st.st_ctim.tv_sec >= kSettleSeconds;
+    }
+  }
+  const long day = now / kSecondsPerDay;
+  if (!(stamps == stamps_) || day != day_) {
+    accounts_.clear();
+    stamps_ = stamps;
+    day_ = day;
+  }
+  if (const auto known = accounts_.find(user); known != accounts_.end()) {
+    return known->second;
+  }
+  std::optional<Account> account = LookupAccount(user);
+  // A refusal is not kept: it may come of a passing failure to read the files, and a refused
+  // account's requests are few.
+  if (settled && account) {
+    accounts_.emplace(user, account);
+  }
   return account;
 }
 

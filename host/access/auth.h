@@ -1,10 +1,14 @@
 // Logins against the system's accounts: the password through PAM (service "qrix-webapi"),
-// the user id and administrator status through NSS.
+// the user id, administrator status and whether the account may still log in through NSS and
+// the shadow file.
 #ifndef QRIX_HOST_AUTH_H_
 #define QRIX_HOST_AUTH_H_
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
+#include <array>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -20,7 +24,9 @@ enum class PasswordCheck {
   kFailed,          // PAM itself failed
 };
 
-PasswordCheck CheckPassword(const std::string& account, const std::string& password);
+// `client` is the caller's address, for PAM's rules and its log (PAM_RHOST).
+PasswordCheck CheckPassword(const std::string& account, const std::string& password,
+                            const std::string& client);
 
 struct Account {
   std::string user;
@@ -28,8 +34,32 @@ struct Account {
   bool admin = false;  // member of kAdminGroup, as primary or supplementary group
 };
 
-// Null when the account does not exist or cannot be read.
+// Null when the account does not exist, cannot be read, or may not log in now: its password
+// locked ("!" or "*") or empty, the account expired, or its password expired or never set.
 std::optional<Account> LookupAccount(const std::string& user);
+
+// LookupAccount's answers, kept while /etc/passwd, /etc/shadow and /etc/group stay as they were
+// and the day is the same (expiry dates are days): every request re-checks its account, and
+// this makes that cost three stats instead of an NSS and shadow lookup.
+class AccountCache {
+ public:
+  std::optional<Account> Lookup(const std::string& user);
+
+ private:
+  struct Stamp {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = -1;
+    timespec modified{};
+    timespec changed{};
+    bool operator==(const Stamp& o) const;
+  };
+  static constexpr std::array<const char*, 3> kFiles = {"/etc/passwd", "/etc/shadow", "/etc/group"};
+
+  std::array<Stamp, kFiles.size()> stamps_{};
+  long day_ = -1;
+  std::map<std::string, std::optional<Account>> accounts_;
+};
 
 }  // namespace qrix::host
 

@@ -1,10 +1,15 @@
 #include "host/access/policy.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 
 #include "host/common/json_text.h"
 #include "platform/vlibc/atomic_file.h"
+#include "platform/vlibc/unique_fd.h"
 
 namespace qrix::host {
 
@@ -58,11 +63,26 @@ bool ReadPolicy(const std::string& module_path, std::set<std::string>* open, std
     uploads->clear();
   }
   const std::string path = PolicyPath(module_path);
+  const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!fd.Valid() && errno == ENOENT) {
+    return true;
+  }
+  struct stat st {};
   std::string text;
-  if (const int err = ReadFile(path, &text); err != 0) {
-    if (err == ENOENT) {
-      return true;
-    }
+  if (!fd.Valid() || ::fstat(fd.Get(), &st) != 0) {
+    *error = "cannot read policy " + path + ": " + std::strerror(errno);
+    return false;
+  }
+  // Whoever may write the policy decides what every user may change: root alone (or the account
+  // the host itself runs as, which could change it anyway).
+  const auto trusted_user = [](uid_t uid) { return uid == 0 || uid == ::geteuid(); };
+  const auto trusted_group = [](gid_t gid) { return gid == 0 || gid == ::getegid(); };
+  if (!S_ISREG(st.st_mode) || !trusted_user(st.st_uid) || (st.st_mode & S_IWOTH) != 0 ||
+      ((st.st_mode & S_IWGRP) != 0 && !trusted_group(st.st_gid))) {
+    *error = "policy " + path + " is not a file only root may write";
+    return false;
+  }
+  if (const int err = ReadFd(fd.Get(), &text); err != 0) {
     *error = "cannot read policy " + path + ": " + std::strerror(err);
     return false;
   }

@@ -3,7 +3,9 @@
 // ("libx.so" -> "libx.policy.json") says:
 //   {"open_to_every_user": ["API name", ...],
 //    "uploads": {"API name": {"method": ["parameter", ...]}}}
-// A module without that file serves administrators only and takes no uploads.
+// A module without that file serves administrators only and takes no uploads. The file must be
+// root's (or the host's own account's) and writable by no other account: whoever may write it
+// decides what every user may change.
 #ifndef QRIX_HOST_POLICY_H_
 #define QRIX_HOST_POLICY_H_
 

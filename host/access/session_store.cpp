@@ -32,9 +32,10 @@ std::string RandomHex() {
   return hex;
 }
 
-bool Expired(time_t last_use, int idle_seconds) {
+// Whether `since` (a last use or a creation) is more than `seconds` ago, or in the future.
+bool Expired(time_t since, int seconds) {
   const time_t now = ::time(nullptr);
-  return now - last_use > idle_seconds || last_use - now > kClockSlack;
+  return now - since > seconds || since - now > kClockSlack;
 }
 
 }  // namespace
@@ -51,8 +52,8 @@ bool IsSessionId(std::string_view id) {
   return true;
 }
 
-SessionStore::SessionStore(std::string dir, int idle_seconds)
-    : dir_(std::move(dir)), idle_seconds_(idle_seconds) {}
+SessionStore::SessionStore(std::string dir, int idle_seconds, int lifetime_seconds)
+    : dir_(std::move(dir)), idle_seconds_(idle_seconds), lifetime_seconds_(lifetime_seconds) {}
 
 std::string SessionStore::PathOf(std::string_view id) const {
   return dir_ + "/" + std::string(id);
@@ -77,7 +78,6 @@ std::optional<Session> SessionStore::Create(const Account& account) {
   Json::Value record(Json::objectValue);
   record["user"] = account.user;
   record["uid"] = static_cast<Json::UInt64>(account.uid);
-  record["admin"] = account.admin;
   record["token"] = session.token;
   record["created"] = static_cast<Json::Int64>(::time(nullptr));
   const std::string path = PathOf(session.id);
@@ -88,7 +88,7 @@ std::optional<Session> SessionStore::Create(const Account& account) {
   return session;
 }
 
-std::optional<Session> SessionStore::Use(std::string_view id) {
+std::optional<Session> SessionStore::Find(std::string_view id) {
   if (!IsSessionId(id)) {
     return std::nullopt;
   }
@@ -116,17 +116,26 @@ std::optional<Session> SessionStore::Use(std::string_view id) {
     return std::nullopt;
   }
   if (!ParseStrictJson(text, &record) || !record.isObject() || !record["user"].isString() ||
-      !record["uid"].isUInt64() || !record["admin"].isBool() || !record["token"].isString()) {
+      !record["uid"].isUInt64() || !record["token"].isString() || !record["created"].isInt64()) {
     LogFailure("cannot use session file", path, "not a session record");
     return std::nullopt;
   }
-  if (::futimens(fd.Get(), nullptr) != 0) {
+  if (Expired(static_cast<time_t>(record["created"].asInt64()), lifetime_seconds_)) {
+    ::unlink(path.c_str());
+    return std::nullopt;
+  }
+  return Session{
+      std::string(id),
+      Account{record["user"].asString(), static_cast<uid_t>(record["uid"].asUInt64()), false},
+      record["token"].asString()};
+}
+
+void SessionStore::MarkUsed(std::string_view id) {
+  const std::string path = PathOf(id);
+  if (IsSessionId(id) && ::utimensat(AT_FDCWD, path.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) != 0 &&
+      errno != ENOENT) {
     LogFailure("cannot mark last use of session file", path, errno);
   }
-  return Session{std::string(id),
-                 Account{record["user"].asString(), static_cast<uid_t>(record["uid"].asUInt64()),
-                         record["admin"].asBool()},
-                 record["token"].asString()};
 }
 
 void SessionStore::Remove(std::string_view id) {

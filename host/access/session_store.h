@@ -1,7 +1,8 @@
 // Login sessions on the server side: one file per session, named by its 256-bit random id,
-// holding the user, uid, administrator flag, CSRF token and creation time. The file's
-// modification time is the session's last use: touching it through the open file means a
-// request running alongside a logout can never bring the removed session back.
+// holding the user, uid, CSRF token and creation time. The file's modification time is the
+// session's last use; marking it never creates the file, so a request running alongside a
+// logout cannot bring the removed session back. A session ends when unused for the idle time
+// and, however used, at the end of its lifetime.
 #ifndef QRIX_HOST_SESSION_STORE_H_
 #define QRIX_HOST_SESSION_STORE_H_
 
@@ -17,7 +18,7 @@ namespace qrix::host {
 
 struct Session {
   std::string id;
-  Account account;
+  Account account;    // the administrator flag is not kept: each request derives it again
   std::string token;  // the CSRF token the client sends as X-QRIX-Token
 };
 
@@ -26,15 +27,16 @@ bool IsSessionId(std::string_view id);
 
 class SessionStore {
  public:
-  SessionStore(std::string dir, int idle_seconds);
+  SessionStore(std::string dir, int idle_seconds, int lifetime_seconds);
 
   // Creates the directory (0700) if needed. False with a reason when it cannot be used.
   bool Prepare(std::string* error) const;
 
   std::optional<Session> Create(const Account& account);
-  // The session named `id` if it is live, its last use moved to now. An expired session's
-  // file is removed.
-  std::optional<Session> Use(std::string_view id);
+  // The session named `id` if it is live. An expired session's file is removed. Finding a
+  // session does not extend it: only MarkUsed does, once the request has proved itself.
+  std::optional<Session> Find(std::string_view id);
+  void MarkUsed(std::string_view id);
   void Remove(std::string_view id);
   // Removes every expired session file.
   void RemoveExpired();
@@ -44,6 +46,7 @@ class SessionStore {
 
   std::string dir_;
   int idle_seconds_;
+  int lifetime_seconds_;
 };
 
 }  // namespace qrix::host

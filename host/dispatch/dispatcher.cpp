@@ -36,12 +36,14 @@ HttpResponse NotAnUpload(const std::string& name) {
   return Error(kInvalidParameter, errors);
 }
 
-std::string SessionCookie(const std::string& id) {
-  return std::string(kSessionCookie) + "=" + id + "; Path=/; HttpOnly; SameSite=Strict";
+// Over https (behind the TLS front) the cookie is never sent over plain http.
+std::string SessionCookie(const Request& request, const std::string& id) {
+  return std::string(kSessionCookie) + "=" + id + "; Path=/; HttpOnly; SameSite=Strict" +
+         (request.scheme == "https" ? "; Secure" : "");
 }
 
-std::string ExpiredSessionCookie() {
-  return std::string(kSessionCookie) + "=; Path=/; HttpOnly; SameSite=Strict; Max-Age=0";
+std::string ExpiredSessionCookie(const Request& request) {
+  return SessionCookie(request, "") + "; Max-Age=0";
 }
 
 bool SameToken(const std::string& sent, const std::string& expected) {
@@ -103,7 +105,7 @@ HttpResponse Dispatcher::Handle(const Request& request) {
 
 std::optional<Session> Dispatcher::Authenticate(const Request& request, int* code) {
   std::optional<Session> session =
-      request.session_id ? sessions_.Use(*request.session_id) : std::nullopt;
+      request.session_id ? sessions_.Find(*request.session_id) : std::nullopt;
   if (!session) {
     *code = kNotLoggedIn;
     return std::nullopt;
@@ -112,6 +114,16 @@ std::optional<Session> Dispatcher::Authenticate(const Request& request, int* cod
     *code = kBadToken;
     return std::nullopt;
   }
+  const std::optional<Account> now = accounts_.Lookup(session->account.user);
+  if (!now || now->uid != session->account.uid) {
+    LogFailure("session ended for account", Printable(session->account.user),
+               "the account is gone, locked or expired");
+    sessions_.Remove(session->id);
+    *code = kNotLoggedIn;
+    return std::nullopt;
+  }
+  session->account = *now;
+  sessions_.MarkUsed(session->id);
   return session;
 }
 
@@ -130,6 +142,13 @@ HttpResponse Dispatcher::HandleAuth(const Request& request) {
 }
 
 HttpResponse Dispatcher::Login(const Request& request) {
+  // A password in a URL ends up in histories and logs; and only a POST carries an Origin
+  // that shows where the form came from.
+  if (request.method != "POST") {
+    HttpResponse out = TextResponse(405, "log in with POST");
+    out.Add("Allow", "POST");
+    return out;
+  }
   const ApiCall& call = request.call;
   const std::optional<std::string> account = call.Text("account");
   if (!account) {
@@ -140,25 +159,29 @@ HttpResponse Dispatcher::Login(const Request& request) {
     return BadParameter(call, "passwd");
   }
   const std::string who = Printable(*account) + " from " + request.peer;
-  if (limiter_.LockedOut(*account, request.peer)) {
-    LogFailure("login refused for account", who, "too many failed logins");
-    return Error(kLockedOut);
+  switch (limiter_.Admit(*account, request.peer)) {
+    case LoginLimiter::Admission::kAdmitted:
+      break;
+    case LoginLimiter::Admission::kLockedOut:
+      LogFailure("login refused for account", who, "too many failed logins");
+      return Error(kLockedOut);
+    case LoginLimiter::Admission::kFailed:
+      return Error(kInternalError);
   }
-  switch (CheckPassword(*account, *password)) {
+  switch (CheckPassword(*account, *password, request.peer)) {
     case PasswordCheck::kAccepted:
       break;
     case PasswordCheck::kWrong:
-      limiter_.RecordFailure(*account, request.peer);
       LogFailure("login failed for account", who, "wrong account or password");
       return Error(kWrongCredentials);
     case PasswordCheck::kAccountRefused:
-      limiter_.RecordFailure(*account, request.peer);
       return Error(kNotPermitted);
     case PasswordCheck::kFailed:
+      limiter_.Withdraw(*account, request.peer);
       return Error(kInternalError);
   }
-  limiter_.RecordSuccess(*account);
-  const std::optional<Account> details = LookupAccount(*account);
+  limiter_.Accepted(*account, request.peer);
+  const std::optional<Account> details = accounts_.Lookup(*account);
   if (!details) {
     return Error(kInternalError);
   }
@@ -179,7 +202,7 @@ HttpResponse Dispatcher::Login(const Request& request) {
     data["apis"].append(api);
   }
   HttpResponse out = JsonResponse(SuccessBody(data));
-  out.Add("Set-Cookie", SessionCookie(session->id));
+  out.Add("Set-Cookie", SessionCookie(request, session->id));
   return out;
 }
 
@@ -191,7 +214,7 @@ HttpResponse Dispatcher::Logout(const Request& request) {
   }
   sessions_.Remove(session->id);
   HttpResponse out = JsonResponse(SuccessBody(Json::Value()));
-  out.Add("Set-Cookie", ExpiredSessionCookie());
+  out.Add("Set-Cookie", ExpiredSessionCookie(request));
   return out;
 }
 

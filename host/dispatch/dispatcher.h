@@ -6,6 +6,7 @@
 
 #include <optional>
 
+#include "host/access/auth.h"
 #include "host/access/login_limiter.h"
 #include "host/access/session_store.h"
 #include "host/dispatch/module_registry.h"
@@ -19,8 +20,9 @@ inline constexpr const char* kAuthApi = "QRIX.API.Auth";
 
 class Dispatcher {
  public:
-  Dispatcher(const ModuleRegistry& registry, SessionStore& sessions, LoginLimiter& limiter)
-      : registry_(registry), sessions_(sessions), limiter_(limiter) {}
+  Dispatcher(const ModuleRegistry& registry, SessionStore& sessions, LoginLimiter& limiter,
+             AccountCache& accounts)
+      : registry_(registry), sessions_(sessions), limiter_(limiter), accounts_(accounts) {}
   Dispatcher(const Dispatcher&) = delete;
   Dispatcher& operator=(const Dispatcher&) = delete;
 
@@ -35,13 +37,16 @@ class Dispatcher {
   HttpResponse HandleAuth(const Request& request);
   HttpResponse Login(const Request& request);
   HttpResponse Logout(const Request& request);
-  // The session the request proves with its cookie and token, or the error code why not.
+  // The session the request proves with its cookie and token, held by an account that still
+  // may log in, its administrator flag as it is now; or the error code why not. Only a
+  // session proved so is extended.
   std::optional<Session> Authenticate(const Request& request, int* code);
   HttpResponse CallModule(const ApiMethod& method, const Session& session, const Request& request);
 
   const ModuleRegistry& registry_;
   SessionStore& sessions_;
   LoginLimiter& limiter_;
+  AccountCache& accounts_;
   QRIX::APIResponse module_response_;
 };
 

@@ -1,5 +1,7 @@
 #include "host/dispatch/request.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
@@ -122,6 +124,66 @@ std::optional<std::string> Optional(const std::string* header) {
   return header != nullptr ? std::optional<std::string>(*header) : std::nullopt;
 }
 
+bool IsLoopback(const std::string& address) {
+  in_addr v4{};
+  in6_addr v6{};
+  if (::inet_pton(AF_INET, address.c_str(), &v4) == 1) {
+    return (ntohl(v4.s_addr) >> 24) == 127;
+  }
+  if (::inet_pton(AF_INET6, address.c_str(), &v6) != 1) {
+    return false;
+  }
+  if (IN6_IS_ADDR_V4MAPPED(&v6)) {
+    return v6.s6_addr[12] == 127;
+  }
+  return IN6_IS_ADDR_LOOPBACK(&v6);
+}
+
+bool IsAddress(const std::string& text) {
+  unsigned char any[sizeof(in6_addr)];
+  return ::inet_pton(AF_INET, text.c_str(), any) == 1 ||
+         ::inet_pton(AF_INET6, text.c_str(), any) == 1;
+}
+
+std::string Trim(std::string_view text) {
+  const size_t first = text.find_first_not_of(" \t");
+  const size_t last = text.find_last_not_of(" \t");
+  return first == std::string_view::npos ? std::string()
+                                         : std::string(text.substr(first, last - first + 1));
+}
+
+// A front that sends X-Forwarded-For names the client last, after whatever the client itself
+// claimed; only that last entry is the front's own word.
+void TakeForwarding(const HttpRequest& http, Request* out) {
+  const std::string* proto = http.Header("x-forwarded-proto");
+  const std::string* client = http.Header("x-forwarded-for");
+  if (proto == nullptr && client == nullptr) {
+    return;  // a local client talking directly
+  }
+  out->proxied = true;
+  if (proto != nullptr) {
+    std::string scheme = Trim(*proto);
+    std::transform(scheme.begin(), scheme.end(), scheme.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (scheme != "http" && scheme != "https") {
+      out->bad_forwarding = true;
+      return;
+    }
+    out->scheme = scheme;
+  }
+  if (client != nullptr) {
+    const size_t comma = client->rfind(',');
+    std::string address =
+        Trim(comma == std::string::npos ? std::string_view(*client)
+                                        : std::string_view(*client).substr(comma + 1));
+    if (!IsAddress(address)) {
+      out->bad_forwarding = true;
+      return;
+    }
+    out->peer = std::move(address);
+  }
+}
+
 }  // namespace
 
 std::optional<std::string> ApiCall::Text(const std::string& name) const {
@@ -138,12 +200,15 @@ std::optional<std::string> ApiCall::Text(const std::string& name) const {
   return std::nullopt;
 }
 
-Request DecodeRequest(const HttpRequest& http) {
+Request DecodeRequest(const HttpRequest& http, bool behind_proxy) {
   Request out;
   out.method = http.method;
   out.target = http.target;
   out.path = std::string(http.Path());
   out.peer = http.peer;
+  if (behind_proxy && IsLoopback(http.peer)) {
+    TakeForwarding(http, &out);
+  }
   out.host = Optional(http.Header("host"));
   out.origin = Optional(http.Header("origin"));
   out.token = Optional(http.Header(kTokenHeader));

@@ -38,7 +38,10 @@ struct Request {
   std::string method;  // as sent, e.g. "POST"
   std::string target;  // path and query, as sent
   std::string path;    // the target without its query
-  std::string peer;    // the client's address
+  std::string peer;    // the client's address: the connection's, or the one the proxy names
+  std::string scheme = "http";  // "https" when the TLS front says it received it so
+  bool proxied = false;         // came through the trusted proxy, which named scheme and client
+  bool bad_forwarding = false;  // the trusted proxy named them in a way that cannot be read
   std::optional<std::string> host;
   std::optional<std::string> origin;
   std::optional<std::string> session_id;  // the session cookie
@@ -51,7 +54,8 @@ struct Request {
   bool ForTheApi() const { return path == kEntryPath; }
 };
 
-Request DecodeRequest(const HttpRequest& http);
+// `behind_proxy`: X-Forwarded-Proto and X-Forwarded-For are believed from a loopback peer.
+Request DecodeRequest(const HttpRequest& http, bool behind_proxy = false);
 
 // A version written as a JSON integer or a string of digits.
 std::optional<int> VersionNumber(const Json::Value& version);

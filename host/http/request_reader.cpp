@@ -52,10 +52,12 @@ beast::string_view Trimmed(beast::string_view text) {
 }
 
 // Framing two parties could read differently is how requests are smuggled past a proxy in
-// front: refuse it rather than guess. Two Host or Origin headers are refused for the same
-// reason: the checks would read one and the page's server another.
+// front: refuse it rather than guess. Two Host or Origin headers (or two of the headers a TLS
+// front names the scheme and client with) are refused for the same reason: the checks would
+// read one and the page's server another.
 bool Unambiguous(const http::request_parser<http::string_body>::value_type& head) {
-  if (head.count(http::field::host) > 1 || head.count(http::field::origin) > 1) {
+  if (head.count(http::field::host) > 1 || head.count(http::field::origin) > 1 ||
+      head.count("X-Forwarded-For") > 1 || head.count("X-Forwarded-Proto") > 1) {
     return false;
   }
   const auto encodings = head.count(http::field::transfer_encoding);

@@ -94,7 +94,7 @@ void Serve(const WorkerSetup& setup, const HttpRequest& http, UniqueFd connectio
   g_connection_fd = connection.Get();
   ArmWatchdog(connection.Get(), setup.request_timeout);
   QRIXDLErrSet(0);  // nothing recorded by an earlier request may reach this one
-  const Request request = DecodeRequest(http);
+  const Request request = DecodeRequest(http, setup.behind_proxy);
   const HttpResponse response = Route(request, *setup.host_check, *setup.files, dispatcher);
   MarkResponseStarted();
   if (!SendAll(connection.Get(), SerializeResponse(response), setup.limits.read_time)) {
@@ -161,7 +161,7 @@ void RunWorker(const WorkerSetup& setup, UniqueFd channel) {
         ::_exit(0);  // asked to stop, or the master is gone
     }
     ++served;
-    Dispatcher dispatcher(*setup.registry, *setup.sessions, *setup.limiter);
+    Dispatcher dispatcher(*setup.registry, *setup.sessions, *setup.limiter, *setup.accounts);
     Serve(setup, http, std::move(connection), dispatcher);
     if (dispatcher.HasCallbacks()) {
       // Once per process means once per request: this process runs no other request's.

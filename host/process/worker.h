@@ -10,6 +10,7 @@
 
 #include <cstddef>
 
+#include "host/access/auth.h"
 #include "host/access/host_check.h"
 #include "host/access/login_limiter.h"
 #include "host/access/session_store.h"
@@ -30,6 +31,8 @@ struct WorkerSetup {
   const StaticFiles* files = nullptr;
   SessionStore* sessions = nullptr;
   LoginLimiter* limiter = nullptr;
+  AccountCache* accounts = nullptr;  // each worker fills its own copy
+  bool behind_proxy = false;         // see DecodeRequest
 };
 
 [[noreturn]] void RunWorker(const WorkerSetup& setup, UniqueFd channel);

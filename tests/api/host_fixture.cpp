@@ -55,17 +55,11 @@ void AppendLine(const char* path, const std::string& line) {
 }
 
 void AddToGroup(const char* group, const std::string& user) {
-  std::istringstream in(ReadText("/etc/group"));
-  std::string text;
-  std::string line;
-  while (std::getline(in, line)) {
-    if (line.rfind(std::string(group) + ":", 0) == 0) {
-      line += (line.back() == ':' ? "" : ",") + user;
-    }
-    text += line + "\n";
-  }
-  std::ofstream out("/etc/group", std::ios::trunc);
-  out << text;
+  EditLines("/etc/group", [&](const std::string& line) {
+    return line.rfind(std::string(group) + ":", 0) == 0
+               ? line + (line.back() == ':' ? "" : ",") + user
+               : line;
+  });
 }
 
 void AddAccount(const TestAccount& account) {
@@ -96,7 +90,7 @@ class AccountsEnvironment : public ::testing::Environment {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
       }
     });
-    for (const TestAccount& account : {kAlice, kBob, kCarol, kDave}) {
+    for (const TestAccount& account : {kAlice, kBob, kCarol, kDave, kErin}) {
       AddAccount(account);
     }
   }
@@ -134,14 +128,7 @@ std::string CookieOf(const HttpReply& reply, const std::string& name) {
 
 }  // namespace
 
-HostServer::HostServer(std::vector<std::string> extra_args) {
-  static int started = 0;
-  const std::string output = "/tmp/qrix-webapi." + std::to_string(++started) + ".out";
-  Remove(output);
-  std::vector<std::string> args = {QRIX_WEBAPI, "--module",       QRIX_SETTING_MODULE,
-                                   "--module",  QRIX_TEST_MODULE, "--port",
-                                   "0",         "--workers",      "2"};
-  args.insert(args.end(), extra_args.begin(), extra_args.end());
+ChildProcess::ChildProcess(std::vector<std::string> args, const std::string& output) {
   // posix_spawn, not fork: the test process runs a thread.
   std::vector<char*> argv;
   for (std::string& arg : args) {
@@ -152,16 +139,44 @@ HostServer::HostServer(std::vector<std::string> extra_args) {
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(),
                                    O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
   const int spawned = ::posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   if (spawned != 0) {
     pid_ = -1;
-    throw std::runtime_error("cannot start qrix-webapi: " + std::string(std::strerror(spawned)));
+    throw std::runtime_error("cannot start " + args[0] + ": " + std::strerror(spawned));
   }
+}
+
+bool ChildProcess::Running() const {
+  siginfo_t info{};  // left for Stop() to reap
+  return pid_ > 0 &&
+         ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         info.si_pid == 0;
+}
+
+int ChildProcess::Stop() {
+  if (pid_ <= 0) {
+    return -1;
+  }
+  ::kill(pid_, SIGTERM);
+  int status = 0;
+  ::waitpid(pid_, &status, 0);
+  pid_ = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+HostServer::HostServer(std::vector<std::string> extra_args) {
+  static int started = 0;
+  const std::string output = "/tmp/qrix-webapi." + std::to_string(++started) + ".out";
+  Remove(output);
+  std::vector<std::string> args = {QRIX_WEBAPI, "--module",       QRIX_SETTING_MODULE,
+                                   "--module",  QRIX_TEST_MODULE, "--port",
+                                   "0",         "--workers",      "2"};
+  args.insert(args.end(), extra_args.begin(), extra_args.end());
+  process_ = std::make_unique<ChildProcess>(std::move(args), output);
   for (int waited = 0; waited < kStartMs && port_ == 0; waited += 10) {
-    int status = 0;
-    if (::waitpid(pid_, &status, WNOHANG) == pid_) {
-      pid_ = -1;
+    if (!process_->Running()) {
       throw std::runtime_error("qrix-webapi ended at start-up: " + ReadText(output));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -174,28 +189,13 @@ HostServer::HostServer(std::vector<std::string> extra_args) {
 }
 
 HostServer::~HostServer() {
-  if (pid_ > 0) {
+  if (process_->Pid() > 0) {
     EXPECT_EQ(Stop(), 0) << "qrix-webapi did not end cleanly";
   }
 }
 
 std::string HostServer::Url(std::string_view path) const {
   return "http://127.0.0.1:" + std::to_string(port_) + std::string(path);
-}
-
-bool HostServer::Running() const {
-  return pid_ > 0 && ::kill(pid_, 0) == 0;
-}
-
-int HostServer::Stop() {
-  if (pid_ <= 0) {
-    return -1;
-  }
-  ::kill(pid_, SIGTERM);
-  int status = 0;
-  ::waitpid(pid_, &status, 0);
-  pid_ = -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 ApiClient::ApiClient(const HostServer& server, std::string local_address)
@@ -207,6 +207,10 @@ HttpCall ApiClient::Post(const std::string& form) const {
   call.url = url_;
   call.body = form;
   call.local_address = local_address_;
+  call.ca_file = ca_file;
+  if (!origin.empty()) {
+    call.headers.push_back("Origin: " + origin);
+  }
   std::string cookies;
   if (!session_id.empty()) {
     cookies = "qrix_sid=" + session_id;
@@ -229,6 +233,7 @@ Json::Value ApiClient::Login(const std::string& account, const std::string& pass
                                                 {"account", account},
                                                 {"passwd", password}})));
   const Json::Value envelope = ParseJson(reply.body);
+  last_cookie = reply.Header("set-cookie");
   if (envelope["success"].asBool()) {
     session_id = CookieOf(reply, "qrix_sid");
     token = envelope["data"]["token"].asString();
@@ -265,6 +270,19 @@ Json::Value ErrorEnvelope(int code, const Json::Value& errors) {
     out["errors"] = errors;
   }
   return out;
+}
+
+void EditLines(const char* path, const std::function<std::string(const std::string&)>& edit) {
+  std::istringstream in(ReadText(path));
+  std::string text;
+  std::string line;
+  while (std::getline(in, line)) {
+    if (const std::string edited = edit(line); !edited.empty()) {
+      text += edited + "\n";
+    }
+  }
+  std::ofstream out(path, std::ios::trunc);
+  out << text;
 }
 
 UniqueFd ConnectTo(int port) {

@@ -7,6 +7,8 @@
 #include <json/json.h>
 #include <sys/types.h>
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,11 +31,31 @@ inline constexpr TestAccount kBob{"bob", "bob Secret 2", 2002, false};
 inline constexpr TestAccount kCarol{"carol", "carol-Secret-3", 2003, false};
 // A password that reads as a JSON number when sent bare.
 inline constexpr TestAccount kDave{"dave", "31415926", 2004, false};
+// An administrator whose account the session tests change under an open session.
+inline constexpr TestAccount kErin{"erin", "erin-Secret-5", 2005, true};
 
 inline constexpr const char* kSettingsApi = "QRIX.Haulport2.Setting.FtpHttp";
 inline constexpr const char* kSessionDir = "/run/qrix/webapi/sessions";
 
 using Fields = std::vector<std::pair<std::string, std::string>>;
+
+// A program started with `args`, its standard output and error into `output`; sent SIGTERM and
+// waited for when destroyed.
+class ChildProcess {
+ public:
+  ChildProcess(std::vector<std::string> args, const std::string& output);
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+  ~ChildProcess() { Stop(); }
+
+  pid_t Pid() const { return pid_; }
+  bool Running() const;
+  // Sends SIGTERM and waits: the exit status, or 128 + the signal that ended it; -1 when gone.
+  int Stop();
+
+ private:
+  pid_t pid_ = -1;
+};
 
 // A running qrix-webapi. Stopped (and expected to end cleanly) when destroyed.
 class HostServer {
@@ -45,20 +67,23 @@ class HostServer {
   ~HostServer();
 
   int Port() const { return port_; }
-  pid_t Pid() const { return pid_; }
+  pid_t Pid() const { return process_->Pid(); }
   std::string Url(std::string_view path = "/webapi/entry.cgi") const;
-  bool Running() const;
+  bool Running() const { return process_->Running(); }
   // Sends SIGTERM and waits: the exit status, or 128 + the signal that ended it.
-  int Stop();
+  int Stop() { return process_->Stop(); }
 
  private:
-  pid_t pid_ = -1;
+  std::unique_ptr<ChildProcess> process_;
   int port_ = 0;
 };
 
 class ApiClient {
  public:
   explicit ApiClient(const HostServer& server, std::string local_address = "");
+  // A client of another entry URL (a TLS front's, say).
+  ApiClient(std::string url, std::string local_address)
+      : url_(std::move(url)), local_address_(std::move(local_address)) {}
 
   // Logs in and keeps the session cookie and the token on success. Returns the envelope.
   Json::Value Login(const std::string& account, const std::string& password);
@@ -74,6 +99,9 @@ class ApiClient {
   std::string session_id;
   std::string token;
   std::string extra_cookies;  // appended to the Cookie header, e.g. "lang=fra"
+  std::string origin;         // sent as Origin when set, as a browser would
+  std::string ca_file;        // see HttpCall
+  std::string last_cookie;    // the Set-Cookie of the last login
 
  private:
   std::string url_;
@@ -91,6 +119,9 @@ class HostTest : public ::testing::Test {
 Json::Value ParseJson(const std::string& text);
 // {"success":false,"error":{"code":N}} (plus "errors" when given).
 Json::Value ErrorEnvelope(int code, const Json::Value& errors = Json::Value());
+// Rewrites an account file in place (they are bind mounts): each line becomes `edit(line)`,
+// dropped when that is empty.
+void EditLines(const char* path, const std::function<std::string(const std::string&)>& edit);
 // A TCP connection to the server on loopback (invalid when refused).
 UniqueFd ConnectTo(int port);
 // Sends raw bytes to the server and returns everything it sends back until it closes.

@@ -5,9 +5,14 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <netinet/in.h>
+
+#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
+#include "platform/vlibc/process.h"
 #include "tests/api/host_fixture.h"
 #include "tests/support/files.h"
 
@@ -26,8 +31,14 @@ std::string BodyOf(const std::string& reply) {
 class HttpTest : public HostTest {};
 
 TEST_F(HttpTest, OversizeAndBrokenRequestsAreAnsweredAndTheServerGoesOn) {
-  HostServer server({"--read-timeout", "2"});
-  const std::string host = "Host: 127.0.0.1:" + std::to_string(server.Port()) + "\r\n";
+  HostServer server({"--read-timeout", "2", "--host-name", "nas.example"});
+  const std::string port = std::to_string(server.Port());
+  const std::string host = "Host: 127.0.0.1:" + port + "\r\n";
+  const std::string long_origin = "http://" + std::string(3000, 'e') + ".example";
+  const auto form_from = [&](const std::string& host_name, const std::string& origin) {
+    return "POST /webapi/entry.cgi HTTP/1.1\r\nHost: " + host_name + "\r\nOrigin: " + origin +
+           "\r\nContent-Type: application/x-www-form-urlencoded\r\nContent-Length: 3\r\n\r\na=b";
+  };
   const std::string big_form =
       "api=QRIX.Test.Open&version=1&method=echo&pad=" + std::string(70 * 1024, 'x');
   const std::string chunk = std::string(40 * 1024, 'y');
@@ -68,10 +79,19 @@ TEST_F(HttpTest, OversizeAndBrokenRequestsAreAnsweredAndTheServerGoesOn) {
        "HTTP/1.1 400 Bad Request", ""},
       {"wrong method for the API", "PUT /webapi/entry.cgi HTTP/1.1\r\n" + host + "\r\n",
        "HTTP/1.1 405 Method Not Allowed", ""},
-      {"form posted from another site",
-       "POST /webapi/entry.cgi HTTP/1.1\r\n" + host +
-           "Origin: http://evil.example\r\nContent-Length: 3\r\n\r\na=b",
+      {"form posted from another site", form_from("127.0.0.1:" + port, long_origin),
        "HTTP/1.1 403 Forbidden", ""},
+      {"form posted from another port of this host",
+       form_from("nas.example:" + port, "http://nas.example"), "HTTP/1.1 403 Forbidden", ""},
+      {"https origin with no TLS front",
+       form_from("127.0.0.1:" + port, "https://127.0.0.1:" + port), "HTTP/1.1 403 Forbidden", ""},
+      {"form posted from this server's page",
+       form_from("nas.example:" + port, "http://NAS.example:" + port), "HTTP/1.1 200 OK",
+       "{\"success\":false,\"error\":{\"code\":101}}"},
+      {"two X-Forwarded-For headers",
+       "GET / HTTP/1.1\r\n" + host +
+           "X-Forwarded-For: 192.0.2.1\r\nX-Forwarded-For: 192.0.2.2\r\n\r\n",
+       "HTTP/1.1 400 Bad Request", ""},
       {"two Host headers", "GET / HTTP/1.1\r\n" + host + host + "\r\n", "HTTP/1.1 400 Bad Request",
        ""},
       {"two Origin headers",
@@ -99,6 +119,9 @@ TEST_F(HttpTest, OversizeAndBrokenRequestsAreAnsweredAndTheServerGoesOn) {
     EXPECT_TRUE(bob.Call("QRIX.Test.Open", "echo")["success"].asBool())
         << "the server must go on serving";
   }
+  EXPECT_TRUE(
+      LogContains("refused request from 127.0.0.1: Origin http://" + std::string(57, 'e') + "..."));
+  EXPECT_FALSE(LogContains(std::string(100, 'e'))) << "refused values are logged cut";
 }
 
 // Only the master reads from a client whose request is not complete: silent connections cost it
@@ -232,6 +255,90 @@ TEST_F(HttpTest, ServesThePageFilesAndNothingOutsideThem) {
   post.url = server.Url("/index.html");
   post.body = "x=1";
   EXPECT_EQ(Perform(post).status, 405);
+}
+
+// Replaces the one `from` in `text`; false when it is not there.
+bool ReplaceOnce(std::string& text, const std::string& from, const std::string& to) {
+  const size_t at = text.find(from);
+  if (at == std::string::npos) {
+    return false;
+  }
+  text.replace(at, from.size(), to);
+  return true;
+}
+
+int FreePort() {
+  const UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (::bind(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+      ::getsockname(fd.Get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    return 0;
+  }
+  return ntohs(address.sin_port);
+}
+
+// The usual HTTPS set-up: the shipped nginx site file in front of a host run with
+// --behind-proxy, with a certificate made here. The host takes nginx's word for the scheme
+// and the client: the cookie is Secure, the https Origin is its own, and a failed login counts
+// against the browser's address, whatever address the browser claims.
+TEST_F(HttpTest, LogsInOverHttpsThroughNginx) {
+  constexpr const char* kNginx = "/usr/sbin/nginx";
+  // scripts/bootstrap installs it: a missing nginx is a broken set-up, not a reason to skip.
+  ASSERT_EQ(::access(kNginx, X_OK), 0) << kNginx << " is missing: run scripts/bootstrap";
+  namespace fs = std::filesystem;
+  const std::string dir = "/tmp/nginx";
+  fs::remove_all(dir);
+  fs::create_directories(dir);
+  ASSERT_EQ(RunProcess({"/usr/bin/openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                        "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj",
+                        "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
+                        dir + "/key.pem", "-out", dir + "/cert.pem"},
+                       nullptr),
+            0);
+  HostServer server({"--behind-proxy"});
+  const std::string port = std::to_string(FreePort());
+  std::string site = ReadText(QRIX_NGINX_SITE);
+  ASSERT_TRUE(ReplaceOnce(site, "listen 443 ssl;", "listen 127.0.0.1:" + port + " ssl;"));
+  ASSERT_TRUE(ReplaceOnce(site, "listen [::]:443 ssl;", ""));
+  ASSERT_TRUE(ReplaceOnce(site, "/etc/ssl/certs/haulport.pem", dir + "/cert.pem"));
+  ASSERT_TRUE(ReplaceOnce(site, "/etc/ssl/private/haulport.key", dir + "/key.pem"));
+  ASSERT_TRUE(ReplaceOnce(site, "127.0.0.1:5080", "127.0.0.1:" + std::to_string(server.Port())));
+  WriteText(dir + "/site.conf", site);
+  std::string conf = "pid " + dir + "/nginx.pid;\nevents {}\nhttp {\n  access_log off;\n";
+  for (const char* temp : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
+    conf += std::string("  ") + temp + "_temp_path " + dir + "/" + temp + ";\n";
+  }
+  WriteText(dir + "/nginx.conf", conf + "  include " + dir + "/site.conf;\n}\n");
+  ChildProcess nginx(
+      {kNginx, "-c", dir + "/nginx.conf", "-e", dir + "/error.log", "-g", "daemon off;"},
+      dir + "/output");
+  for (int waited = 0; waited < 10'000 && !ConnectTo(std::stoi(port)).Valid(); waited += 20) {
+    ASSERT_TRUE(nginx.Running()) << ReadText(dir + "/output") << ReadText(dir + "/error.log");
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+
+  const std::string front = "https://127.0.0.1:" + port;
+  ApiClient bob(front + "/webapi/entry.cgi", "127.0.0.77");
+  bob.ca_file = dir + "/cert.pem";
+  bob.origin = front;
+  ASSERT_TRUE(bob.Login(kBob)["success"].asBool()) << ReadText(dir + "/error.log");
+  EXPECT_NE(bob.last_cookie.find("; Secure"), std::string::npos) << bob.last_cookie;
+  EXPECT_TRUE(bob.Call("QRIX.Test.Open", "echo")["success"].asBool());
+
+  ClearLog();
+  HttpCall forged = bob.Post(FormEncode(
+      {{"api", "QRIX.API.Auth"}, {"method", "login"}, {"account", "bob"}, {"passwd", "guess"}}));
+  forged.headers.push_back("X-Forwarded-For: 192.0.2.9");
+  EXPECT_EQ(ParseJson(bob.Send(forged).body), ErrorEnvelope(111));
+  EXPECT_TRUE(WaitForLog("login failed for account bob from 127.0.0.77:"));
+
+  // Straight to the host, plain http: not this server's https origin, and no Secure cookie.
+  ApiClient direct(server);
+  direct.origin = front;
+  EXPECT_EQ(direct.Send(direct.Post("")).status, 403);
 }
 
 TEST_F(HttpTest, WithoutAPageDirectoryOnlyTheApiAnswers) {

@@ -2,8 +2,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fcntl.h>
+
+#include <atomic>
 #include <chrono>
+#include <filesystem>
+#include <functional>
 #include <thread>
+#include <vector>
 
 #include "tests/api/host_fixture.h"
 #include "tests/support/files.h"
@@ -50,7 +56,6 @@ TEST_F(LoginTest, LoginOpensASessionHeldByAnHttpOnlyCookieAndAToken) {
   const Json::Value record = ParseJson(ReadText(file));
   EXPECT_EQ(record["user"], "alice");
   EXPECT_EQ(record["uid"].asUInt(), kAlice.uid);
-  EXPECT_EQ(record["admin"], true);
   EXPECT_EQ(record["token"], token);
   EXPECT_EQ(ReadText(file).find(kAlice.password), std::string::npos);
 
@@ -98,8 +103,25 @@ TEST_F(LoginTest, RefusedLoginsSetNoCookieAndSayWhy) {
   }
   EXPECT_TRUE(
       LogContains("login failed for account alice from 127.0.0.11: wrong account or password"));
+  EXPECT_TRUE(LogContains("rhost=127.0.0.11")) << "PAM learns the client's address";
 
+  // Only a POST logs in, and only from this server's own pages.
   ApiClient alice(server);
+  const std::string form = FormEncode({{"api", "QRIX.API.Auth"},
+                                       {"method", "login"},
+                                       {"account", "alice"},
+                                       {"passwd", kAlice.password}});
+  HttpCall get = alice.Post("");
+  get.method = "GET";
+  get.url += "?" + form;
+  HttpCall foreign = alice.Post(form);
+  foreign.headers.push_back("Origin: http://evil.example");
+  for (const auto& [call, status] : {std::pair{get, 405L}, std::pair{foreign, 403L}}) {
+    const HttpReply reply = alice.Send(call);
+    EXPECT_EQ(reply.status, status) << call.method;
+    EXPECT_EQ(reply.Header("set-cookie"), "");
+  }
+
   const Json::Value unknown = alice.Call("QRIX.API.Auth", "register");
   EXPECT_EQ(unknown, ErrorEnvelope(103));
 
@@ -173,25 +195,199 @@ TEST_F(LoginTest, AnIdleSessionExpiresAndAUsedOneDoesNot) {
       << "an expired session's file is removed";
 }
 
-TEST_F(LoginTest, FailedLoginsLockOutTheAccountAndTheAddress) {
+// A session holds only while its account may log in: every request checks the account again
+// and takes its administrator flag as it is now. Each row changes erin's account files (or her
+// session's record) under an open session.
+TEST_F(LoginTest, EachRequestChecksTheAccountBehindTheSession) {
+  HostServer server;
+  const std::string files[] = {"/etc/passwd", "/etc/shadow", "/etc/group"};
+  std::vector<std::string> saved;
+  for (const std::string& file : files) {
+    saved.push_back(ReadText(file));
+  }
+  // Changes erin's line of `path` with `change` (":"-separated fields).
+  const auto edit = [](const char* path, std::function<void(std::vector<std::string>&)> change) {
+    EditLines(path, [&](const std::string& line) {
+      if (line.rfind("erin:", 0) != 0) {
+        return line;
+      }
+      std::vector<std::string> fields;
+      for (size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
+        end = line.find(':', start);
+        fields.push_back(line.substr(start, end - start));
+      }
+      change(fields);
+      std::string out;
+      for (const std::string& field : fields) {
+        out += (out.empty() ? "" : ":") + field;
+      }
+      return fields.empty() ? std::string() : out;
+    });
+  };
+  const auto created = [](const std::string& session_file, long seconds_ago) {
+    Json::Value record = ParseJson(ReadText(session_file));
+    record["created"] = static_cast<Json::Int64>(::time(nullptr) - seconds_ago);
+    WriteText(session_file, record.toStyledString());
+  };
+  struct Row {
+    const char* label;
+    std::function<void(const std::string& session_file)> change;
+    int code;    // 0: the call goes through
+    bool admin;  // then: what the module is told
+  };
+  const Row rows[] = {
+      {"nothing changed", [](const std::string&) {}, 0, true},
+      {"no longer an administrator",
+       [&](const std::string&) {
+         // The fixture adds erin to the group last.
+         EditLines("/etc/group", [](const std::string& line) {
+           return line.rfind("administrators:", 0) == 0 ? line.substr(0, line.rfind(",erin"))
+                                                        : line;
+         });
+       },
+       0, false},
+      {"password locked",
+       [&](const std::string&) { edit("/etc/shadow", [](auto& f) { f[1] = "!" + f[1]; }); }, 106,
+       false},
+      {"account expired",
+       [&](const std::string&) { edit("/etc/shadow", [](auto& f) { f[7] = "1"; }); }, 106, false},
+      {"password expired",
+       [&](const std::string&) {
+         edit("/etc/shadow", [](auto& f) {
+           f[2] = "1000";
+           f[4] = "30";
+         });
+       },
+       106, false},
+      {"account removed",
+       [&](const std::string&) { edit("/etc/passwd", [](auto& f) { f.clear(); }); }, 106, false},
+      {"account given to another uid",
+       [&](const std::string&) { edit("/etc/passwd", [](auto& f) { f[2] = "2999"; }); }, 106,
+       false},
+      {"session created in 1970", [&](const std::string& file) { created(file, ::time(nullptr)); },
+       106, false},
+      {"session past its 24 hours", [&](const std::string& file) { created(file, 24 * 3600 + 60); },
+       106, false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.label);
+    ApiClient erin(server);
+    ASSERT_TRUE(erin.Login(kErin)["success"].asBool());
+    const std::string session_file = std::string(kSessionDir) + "/" + erin.session_id;
+    ASSERT_TRUE(erin.Call(kOpenApi, "echo")["success"].asBool()) << "seen once before the change";
+    row.change(session_file);
+    const Json::Value answer = erin.Call(kOpenApi, "echo");
+    if (row.code == 0) {
+      EXPECT_EQ(answer["data"]["admin"], row.admin) << answer;
+      EXPECT_EQ(erin.Call("QRIX.Test.Admin", "echo")["success"], row.admin);
+    } else {
+      EXPECT_EQ(answer, ErrorEnvelope(row.code));
+      EXPECT_NE(::access(session_file.c_str(), F_OK), 0) << "an ended session's file is removed";
+    }
+    for (size_t i = 0; i < std::size(files); ++i) {
+      WriteText(files[i], saved[i]);
+    }
+  }
+}
+
+// Only a request that proves the session (cookie and token, from this server's pages) extends
+// it; anything refused leaves its last use where it was.
+TEST_F(LoginTest, ARefusedRequestDoesNotExtendTheSession) {
+  HostServer server;
+  ApiClient bob(server);
+  ASSERT_TRUE(bob.Login(kBob)["success"].asBool());
+  const std::string file = std::string(kSessionDir) + "/" + bob.session_id;
+  const auto last_use = [&] {
+    struct stat st {};
+    return ::stat(file.c_str(), &st) == 0 ? st.st_mtim.tv_sec : 0;
+  };
+  const timespec ten_minutes_ago[2] = {{::time(nullptr) - 600, 0}, {::time(nullptr) - 600, 0}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), ten_minutes_ago, 0), 0);
+  const time_t before = last_use();
+
+  const std::string form = FormEncode({{"api", kOpenApi}, {"version", "1"}, {"method", "echo"}});
+  ApiClient wrong_token = bob;
+  wrong_token.token = std::string(64, '0');
+  HttpCall foreign = bob.Post(form);
+  foreign.headers.push_back("Origin: http://evil.example");
+  for (const HttpCall& call : {wrong_token.Post(form), foreign}) {
+    const HttpReply reply = bob.Send(call);
+    EXPECT_FALSE(ParseJson(reply.body)["success"].asBool()) << reply.status << " " << reply.body;
+    EXPECT_EQ(last_use(), before);
+  }
+  EXPECT_TRUE(bob.Call(kOpenApi, "echo")["success"].asBool());
+  EXPECT_GE(last_use(), before + 590) << "a proved request extends the session";
+}
+
+// Failures count per account and client address, so that guesses from one address lock only
+// that address out of the account: its owner still logs in from elsewhere. An address guessing
+// at many accounts is locked out of all of them.
+TEST_F(LoginTest, FailedLoginsLockOutTheAccountFromThatAddressAndTheAddress) {
   HostServer server({"--login-max-failures", "2", "--login-max-failures-per-address", "3",
                      "--login-lockout", "300"});
   ClearLog();
-  // carol's password is guessed from two addresses: her account locks, whatever the address.
-  EXPECT_EQ(ApiClient(server, "127.0.0.41").Login("carol", "guess-1"), ErrorEnvelope(111));
-  EXPECT_EQ(ApiClient(server, "127.0.0.42").Login("carol", "guess-2"), ErrorEnvelope(111));
-  EXPECT_EQ(ApiClient(server, "127.0.0.43").Login(kCarol), ErrorEnvelope(109));
+  ApiClient attacker(server, "127.0.0.41");
+  EXPECT_EQ(attacker.Login("carol", "guess-1"), ErrorEnvelope(111));
+  EXPECT_EQ(attacker.Login("carol", "guess-2"), ErrorEnvelope(111));
+  EXPECT_EQ(attacker.Login(kCarol), ErrorEnvelope(109));
   EXPECT_TRUE(
-      LogContains("login refused for account carol from 127.0.0.43: too many failed logins"));
+      LogContains("login refused for account carol from 127.0.0.41: too many failed logins"));
+  EXPECT_TRUE(ApiClient(server, "127.0.0.42").Login(kCarol)["success"].asBool());
 
-  // One address guesses at three accounts: the address locks, even for a right password,
-  // while the same account from elsewhere still logs in.
   ApiClient guesser(server, "127.0.0.44");
   for (const char* name : {"nobody1", "nobody2", "nobody3"}) {
     EXPECT_EQ(guesser.Login(name, "guess"), ErrorEnvelope(111)) << name;
   }
   EXPECT_EQ(guesser.Login(kAlice), ErrorEnvelope(109));
   EXPECT_TRUE(ApiClient(server, "127.0.0.45").Login(kAlice)["success"].asBool());
+
+  // Good logins do not use up an address's allowance: a shared address keeps logging in.
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_TRUE(ApiClient(server, "127.0.0.46").Login(kBob)["success"].asBool()) << i;
+  }
+}
+
+// An attempt is counted before its password is checked: guesses sent all at once get no more
+// tries than guesses sent one after another.
+TEST_F(LoginTest, ParallelGuessesGetNoMoreTriesThanTheLimit) {
+  HostServer server({"--workers", "4", "--login-max-failures", "3"});
+  std::vector<std::thread> threads;
+  std::atomic<int> wrong{0};
+  std::atomic<int> locked{0};
+  for (int i = 0; i < 12; ++i) {
+    threads.emplace_back([&, i] {
+      const Json::Value answer =
+          ApiClient(server, "127.0.0.51").Login("dave", "guess-" + std::to_string(i));
+      if (answer == ErrorEnvelope(111)) {
+        ++wrong;
+      } else if (answer == ErrorEnvelope(109)) {
+        ++locked;
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(wrong, 3);
+  EXPECT_EQ(locked, 9);
+}
+
+// What a login failure leaves on disk is bounded whatever the client sends: one small record
+// per (account, address) and per address, named by a fixed-size hash.
+TEST_F(LoginTest, FailureRecordsStaySmallWhateverTheName) {
+  HostServer server;
+  constexpr const char* kRecords = "/run/qrix/webapi/login_failures";
+  const std::string long_name(60'000, 'n');
+  EXPECT_EQ(ApiClient(server, "127.0.0.61").Login(long_name, "x"), ErrorEnvelope(111));
+  size_t records = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(kRecords)) {
+    SCOPED_TRACE(entry.path().string());
+    EXPECT_EQ(entry.path().filename().string().size(), 32u);
+    EXPECT_LT(entry.file_size(), 128u);
+    ++records;
+  }
+  EXPECT_GE(records, 2u);
+  EXPECT_FALSE(LogContains(std::string(200, 'n'))) << "the name is logged cut";
 }
 
 }  // namespace

@@ -70,6 +70,9 @@ HttpReply Perform(const HttpCall& call) {
   if (!call.local_address.empty()) {
     curl_easy_setopt(c, CURLOPT_INTERFACE, ("host!" + call.local_address).c_str());
   }
+  if (!call.ca_file.empty()) {
+    curl_easy_setopt(c, CURLOPT_CAINFO, call.ca_file.c_str());
+  }
   if (call.method == "HEAD") {
     curl_easy_setopt(c, CURLOPT_NOBODY, 1L);
   } else if (!call.body.empty() || call.method == "POST") {

@@ -28,6 +28,7 @@ struct HttpCall {
   std::string body;                  // sent when not empty (or when the method is POST)
   std::string local_address;         // the client's source address, e.g. "127.0.0.2"
   bool path_as_is = false;           // keep "/../" in the URL as written
+  std::string ca_file;               // https: the certificate to trust, in PEM
 };
 
 struct HttpReply {

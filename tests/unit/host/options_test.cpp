@@ -26,6 +26,9 @@ TEST(OptionsTest, AcceptsTheDocumentedCommandLine) {
                    "/run/s",
                    "--idle-timeout",
                    "60",
+                   "--session-lifetime",
+                   "3600",
+                   "--behind-proxy",
                    "--request-timeout",
                    "5",
                    "--read-timeout",
@@ -44,11 +47,17 @@ TEST(OptionsTest, AcceptsTheDocumentedCommandLine) {
   EXPECT_EQ(o.workers, 3);
   EXPECT_EQ(o.session_dir, "/run/s");
   EXPECT_EQ(o.idle_timeout, 60);
+  EXPECT_EQ(o.session_lifetime, 3600);
+  EXPECT_TRUE(o.behind_proxy);
   EXPECT_EQ(o.request_timeout, 5);
   EXPECT_EQ(o.read_timeout, 2);
   EXPECT_EQ(o.host_names, (std::vector<std::string>{"nas.local"}));
   EXPECT_EQ(o.login_max_failures, 3);
   EXPECT_EQ(o.login_max_failures_per_address, 20) << "defaults stay";
+  HostOptions defaults;
+  ASSERT_EQ(Parse({"--module", "m.so"}, &defaults, &error), ParseStatus::kRun);
+  EXPECT_EQ(defaults.session_lifetime, 24 * 3600);
+  EXPECT_FALSE(defaults.behind_proxy);
 }
 
 TEST(OptionsTest, RefusesBadCommandLinesWithAReason) {
@@ -67,6 +76,7 @@ TEST(OptionsTest, RefusesBadCommandLinesWithAReason) {
       {{"--module", "m.so", "--colour", "red"}, "unknown option --colour"},
       {{"--module", "m.so", "stray"}, "unexpected argument \"stray\""},
       {{"--module="}, "--module: empty value"},
+      {{"--module", "m.so", "--behind-proxy=yes"}, "--behind-proxy takes no value"},
   };
   for (const Row& row : rows) {
     HostOptions o;

@@ -51,16 +51,50 @@ TEST(PolicyTest, ReadsTheOpenListAndRefusesOtherShapes) {
   }
 }
 
-TEST(PolicyTest, AnUnreadableFileIsAnErrorNotAnEmptyPolicy) {
-  // Only a missing file means "administrators only"; one that exists but cannot be read must
-  // not quietly become that (a directory stands in: even root cannot read it as a file).
-  const std::string module = "/tmp/policy_test/unreadable.so";
-  qrix::test::Remove(PolicyPath(module));
-  ASSERT_EQ(::mkdir(PolicyPath(module).c_str(), 0755), 0);
+// Only a missing file means "administrators only". One that exists but cannot be read, or that
+// another account could have written, stops the host rather than quietly deciding who may
+// change what.
+TEST(PolicyTest, RefusesFilesOnlyRootShouldWriteButOthersCould) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "needs root to give the file owners";
+  }
+  const std::string module = "/tmp/policy_test/guarded.so";
+  const std::string path = PolicyPath(module);
+  struct Row {
+    const char* label;
+    uid_t owner;
+    gid_t group;
+    mode_t mode;
+    const char* reason;  // null: accepted
+  };
+  const Row rows[] = {
+      {"root's, read-only for others", 0, 0, 0644, nullptr},
+      {"writable by root's group", 0, 0, 0664, nullptr},
+      {"owned by another account", 2001, 0, 0644, "is not a file only root may write"},
+      {"writable by everyone", 0, 0, 0646, "is not a file only root may write"},
+      {"writable by another group", 0, 100, 0664, "is not a file only root may write"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.label);
+    qrix::test::WriteText(path, R"({"open_to_every_user": ["A.One"]})");
+    ASSERT_EQ(::chown(path.c_str(), row.owner, row.group), 0);
+    ASSERT_EQ(::chmod(path.c_str(), row.mode), 0);
+    std::set<std::string> open;
+    std::string error;
+    EXPECT_EQ(ReadPolicy(module, &open, &error), row.reason == nullptr) << error;
+    if (row.reason != nullptr) {
+      EXPECT_NE(error.find(row.reason), std::string::npos) << error;
+    }
+  }
+  qrix::test::Remove(path);
+  ASSERT_EQ(::mkdir(path.c_str(), 0755), 0);  // even root cannot read it as a file
   std::set<std::string> open;
   std::string error;
   EXPECT_FALSE(ReadPolicy(module, &open, &error));
-  EXPECT_NE(error.find("cannot read policy"), std::string::npos) << error;
+  qrix::test::Remove(path);
+  ASSERT_EQ(::symlink("/tmp/policy_test/elsewhere.json", path.c_str()), 0);
+  qrix::test::WriteText("/tmp/policy_test/elsewhere.json", "{}");
+  EXPECT_FALSE(ReadPolicy(module, &open, &error)) << "a link is not followed";
 }
 
 }  // namespace

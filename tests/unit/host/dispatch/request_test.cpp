@@ -143,6 +143,73 @@ TEST(RequestTest, DecodesWhoAsksAndWhereTo) {
   EXPECT_EQ(page.language, "enu");
 }
 
+// Only the TLS front on this machine may say which scheme and client a request came with; its
+// word is the last X-Forwarded-For entry (what came before is the client's own claim).
+TEST(RequestTest, BelievesForwardingOnlyFromLoopbackBehindAProxy) {
+  using Headers = std::vector<std::pair<std::string, std::string>>;
+  const Headers front = {{"x-forwarded-proto", "HTTPS"}, {"x-forwarded-for", "192.0.2.7"}};
+  struct Row {
+    const char* label;
+    bool behind_proxy;
+    const char* peer;
+    Headers headers;
+    const char* scheme;
+    const char* client;
+    bool proxied;
+    bool bad;
+  };
+  const Row rows[] = {
+      {"not behind a proxy", false, "127.0.0.1", front, "http", "127.0.0.1", false, false},
+      {"from loopback", true, "127.0.0.1", front, "https", "192.0.2.7", true, false},
+      {"from another loopback address", true, "127.1.2.3", front, "https", "192.0.2.7", true,
+       false},
+      {"from IPv6 loopback", true, "::1", front, "https", "192.0.2.7", true, false},
+      {"from mapped loopback", true, "::ffff:127.0.0.1", front, "https", "192.0.2.7", true, false},
+      {"from another machine", true, "192.0.2.50", front, "http", "192.0.2.50", false, false},
+      {"from a mapped other machine", true, "::ffff:192.0.2.50", front, "http", "::ffff:192.0.2.50",
+       false, false},
+      {"the client's claim first",
+       true,
+       "127.0.0.1",
+       {{"x-forwarded-for", "10.0.0.1, 2001:db8::1 "}},
+       "http",
+       "2001:db8::1",
+       true,
+       false},
+      {"a local client without them", true, "127.0.0.1", {}, "http", "127.0.0.1", false, false},
+      {"unknown scheme",
+       true,
+       "127.0.0.1",
+       {{"x-forwarded-proto", "gopher"}},
+       "http",
+       "127.0.0.1",
+       true,
+       true},
+      {"not an address",
+       true,
+       "127.0.0.1",
+       {{"x-forwarded-for", "nas.example"}},
+       "http",
+       "127.0.0.1",
+       true,
+       true},
+      {"empty", true, "127.0.0.1", {{"x-forwarded-for", ""}}, "http", "127.0.0.1", true, true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.label);
+    HttpRequest http = Http("", "", "");
+    http.peer = row.peer;
+    http.headers = row.headers;
+    const Request request = DecodeRequest(http, row.behind_proxy);
+    EXPECT_EQ(request.bad_forwarding, row.bad);
+    if (!row.bad) {
+      EXPECT_EQ(request.scheme, row.scheme);
+      EXPECT_EQ(request.peer, row.client);
+      EXPECT_EQ(request.proxied, row.proxied);
+    }
+  }
+}
+
 TEST(RequestTest, VersionNumbers) {
   EXPECT_EQ(VersionNumber(Json::Value(1)), 1);
   EXPECT_EQ(VersionNumber(Json::Value(2.0)), 2);
