@@ -24,7 +24,7 @@ std::string_view Trim(std::string_view text) {
 }
 
 // The value of parameter `key` in a header value such as `form-data; name="a"; filename="b"`:
-// quoted (with backslash escapes) or a bare token. nullopt when absent or malformed.
+// quoted or a bare token. nullopt when absent or malformed.
 std::optional<std::string> HeaderParameter(std::string_view value, std::string_view key) {
   size_t pos = value.find(';');
   while (pos != std::string_view::npos) {
@@ -38,10 +38,9 @@ std::optional<std::string> HeaderParameter(std::string_view value, std::string_v
     std::string parsed;
     size_t used = 0;
     if (!rest.empty() && rest.front() == '"') {
+      // Browsers write a quote, CR and LF in a name as %22, %0D and %0A and leave a backslash
+      // as it is, so a quoted value runs to the next quote.
       for (used = 1; used < rest.size() && rest[used] != '"'; ++used) {
-        if (rest[used] == '\\' && used + 1 < rest.size()) {
-          ++used;
-        }
         parsed += rest[used];
       }
       if (used >= rest.size()) {
