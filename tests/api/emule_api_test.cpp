@@ -37,6 +37,8 @@ class EmuleApiTest : public HostTest {
         "[video]\npath=\"/volume1/video\"\nread_write=\"alice, bob, carol\"\n"
         "[music]\npath=\"/volume1/music\"\nread_only=\"@users\"\n");
     std::filesystem::create_directories("/volume1/video/bob");
+    Remove(kShareDir);
+    Remove(kDestinationConf);
     WriteText("/tmp/firewall_hook", "#!/bin/sh\necho x >> " + std::string(kFirewallRan) + "\n");
     ::chmod("/tmp/firewall_hook", 0755);
     WriteText("/var/qrix/etc/firewall.conf", "reload_hook=\"/tmp/firewall_hook\"\n");
@@ -171,7 +173,7 @@ TEST_F(EmuleApiTest, BadInputOnEachParameterChangesNothing) {
       {kDestination, "default_destination", "5", 120, "type"},
       {kDestination, "default_destination", R"(["video"])", 120, "type"},
       {kDestination, "default_destination", R"("vid\u0000eo")", 120, "type"},
-      {kDestination, "default_destination", R"("video\n")", 1207, nullptr},
+      {kDestination, "default_destination", R"("video/bob\n")", 1207, nullptr},
       {kDestination, "default_destination", R"("../video")", 403, nullptr},
       {kDestination, "default_destination", R"("video/bob/../../music")", 403, nullptr},
       {kDestination, "default_destination", R"("/etc")", 403, nullptr},
