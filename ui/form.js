@@ -171,7 +171,7 @@ const kMakers = {
           chosen = boxes().filter((b) => b.checked).map((b) => b.value);
           for (const fn of listeners) fn();
         });
-        label.append(box, ` ${text}`);
+        label.append(box, text);
         return label;
       }));
       if (all.length === 0) el.textContent = field.emptyText ?? 'Nothing to choose from.';
