@@ -15,6 +15,8 @@
 #include "module/common/param_check.h"
 #include "module/handler/bt_handler.h"
 #include "module/handler/bt_search_handler.h"
+#include "module/handler/emule_handler.h"
+#include "module/handler/emule_location_handler.h"
 #include "module/handler/ftp_http_handler.h"
 #include "module/handler/global_handler.h"
 #include "module/handler/location_handler.h"
@@ -49,6 +51,10 @@ QRIXDL_ENTRY(CreateBTSearch, BTSearchHandler, Create)
 QRIXDL_ENTRY(DeleteBTSearch, BTSearchHandler, Delete)
 QRIXDL_ENTRY(BTSearchUpdateCheck, BTSearchHandler, UpdateCheck)
 QRIXDL_ENTRY(UpdateBTSearch, BTSearchHandler, UpdatePlugins)
+QRIXDL_ENTRY(GetEmuleSetting, EmuleHandler, Get)
+QRIXDL_ENTRY(SetEmuleSetting, EmuleHandler, Set)
+QRIXDL_ENTRY(GetEmuleLocation, EmuleLocationHandler, Get)
+QRIXDL_ENTRY(SetEmuleLocation, EmuleLocationHandler, Set)
 QRIXDL_ENTRY(GetRssSetting, RssHandler, Get)
 QRIXDL_ENTRY(SetRssSetting, RssHandler, Set)
 QRIXDL_ENTRY(GetNzbSetting, NzbHandler, Get)
@@ -78,6 +84,10 @@ QRIX::APITableEntry gTable[] = {
     {QRIXDL_API("BTSearch"), 1, "delete", DeleteBTSearch},
     {QRIXDL_API("BTSearch"), 1, "update_check", BTSearchUpdateCheck},
     {QRIXDL_API("BTSearch"), 1, "update", UpdateBTSearch},
+    {QRIXDL_API("Emule"), 1, "get", GetEmuleSetting},
+    {QRIXDL_API("Emule"), 1, "set", SetEmuleSetting},
+    {QRIXDL_API("Emule.Location"), 1, "get", GetEmuleLocation},
+    {QRIXDL_API("Emule.Location"), 1, "set", SetEmuleLocation},
     {QRIXDL_API("Rss"), 1, "get", GetRssSetting},
     {QRIXDL_API("Rss"), 1, "set", SetRssSetting},
     {QRIXDL_API("Nzb"), 1, "get", GetNzbSetting},

@@ -149,6 +149,52 @@ const kMakers = {
     };
   },
 
+  // Folders ticked from a list (setOptions: [value, text] pairs). A stored folder the list does
+  // not offer is shown ticked, so saving never drops it unseen. The value keeps the list's order.
+  folders(field, id) {
+    const el = document.createElement('fieldset');
+    el.id = id;
+    el.className = 'folders';
+    el.setAttribute('aria-labelledby', `${id}-label`);
+    let chosen = [];
+    let listeners = [];
+    const boxes = () => [...el.querySelectorAll('input[type="checkbox"]')];
+    const render = (options) => {
+      const offered = options.map(([value]) => value);
+      const all = [...options, ...chosen.filter((v) => !offered.includes(v)).map((v) => [v, v])];
+      el.replaceChildren(...all.map(([value, text], i) => {
+        const label = document.createElement('label');
+        const box = input(`${id}-${i}`, 'checkbox');
+        box.value = value;
+        box.checked = chosen.includes(value);
+        box.addEventListener('change', () => {
+          chosen = boxes().filter((b) => b.checked).map((b) => b.value);
+          for (const fn of listeners) fn();
+        });
+        label.append(box, text);
+        return label;
+      }));
+      if (all.length === 0) el.textContent = field.emptyText ?? 'Nothing to choose from.';
+    };
+    let options = [];
+    return {
+      element: el,
+      focus: () => boxes()[0]?.focus(),
+      setDisabled: (off) => { el.disabled = off; },
+      onChange: (fn) => { listeners.push(fn); },
+      setOptions(list) {
+        options = list;
+        render(options);
+      },
+      get value() { return [...chosen]; },
+      set value(v) {
+        chosen = Array.isArray(v) ? v.filter((x) => typeof x === 'string') : [];
+        render(options);
+      },
+      check: () => '',
+    };
+  },
+
   schedule(field, id) {
     const grid = new ScheduleGrid({ id, label: field.label });
     return {
@@ -172,9 +218,18 @@ export function changedValues(fields, values, loaded) {
   for (const field of fields) {
     if (field.readOnly) continue;
     const value = values[field.name];
-    if (value !== undefined && value !== loaded[field.name]) out[field.name] = value;
+    if (value !== undefined && !sameValue(value, loaded[field.name])) out[field.name] = value;
   }
   return out;
+}
+
+// Lists (the folders) are equal when they hold the same items in the same order.
+function sameValue(a, b) {
+  if (Array.isArray(a) || Array.isArray(b)) {
+    return Array.isArray(a) && Array.isArray(b) && a.length === b.length &&
+      a.every((item, i) => item === b[i]);
+  }
+  return a === b;
 }
 
 // Lays out one field: label, control, unit, hint and a slot for its error.
@@ -201,7 +256,7 @@ export function buildField(field, prefix) {
   error.hidden = true;
 
   let label;
-  if (field.type === 'schedule') {
+  if (field.type === 'schedule' || field.type === 'folders') {
     label = document.createElement('span');
     label.className = 'label';
     label.id = `${id}-label`;

@@ -5,13 +5,21 @@ import { call } from './api.js';
 import { describeError, needsLogin } from './errors.js';
 import { buildField, changedValues } from './form.js';
 
-// What a page may send besides its fields: `alsoSendAs` repeats a changed value under a second
-// name (the BitTorrent ports go out again as bt_tcp_port and bt_dht_port, which is what makes
-// the server test them for conflicts with other services).
-export function requestParams(fields, changes) {
+// What a page may send besides its changed fields. Fields of one `group` go out together when
+// any of them changed (eMule's port type and both ports: the server takes ports only with their
+// type). `alsoSendAs` repeats a value that goes out under a second name (the BitTorrent ports go
+// out again as bt_tcp_port and bt_dht_port, which is what makes the server test them for
+// conflicts with other services).
+export function requestParams(fields, changes, values = changes) {
   const params = { ...changes };
+  const groups = new Set(fields.filter((f) => f.group && f.name in changes).map((f) => f.group));
   for (const field of fields) {
-    if (field.alsoSendAs && field.name in changes) params[field.alsoSendAs] = changes[field.name];
+    if (groups.has(field.group) && values[field.name] !== undefined) {
+      params[field.name] = values[field.name];
+    }
+  }
+  for (const field of fields) {
+    if (field.alsoSendAs && field.name in params) params[field.alsoSendAs] = params[field.name];
   }
   return params;
 }
@@ -40,6 +48,11 @@ export class SettingsPage {
       this.element.append(intro);
     }
 
+    this.note = document.createElement('p');
+    this.note.className = 'note';
+    this.note.hidden = true;
+    this.element.append(this.note);
+
     this.form = document.createElement('form');
     this.form.noValidate = true;
     this.form.setAttribute('aria-labelledby', title.id);
@@ -62,6 +75,7 @@ export class SettingsPage {
 
     const actions = document.createElement('div');
     actions.className = 'actions';
+    this.actions = actions;
     this.status = document.createElement('p');
     this.status.className = 'status';
     this.status.setAttribute('role', 'status');
@@ -108,11 +122,14 @@ export class SettingsPage {
     return out;
   }
 
-  // Fields switched off by their "enabledBy" box stay visible but cannot be edited.
+  // Fields switched off by their "enabledBy" box (or choice, with "enabledValue") stay visible
+  // but cannot be edited.
   applyDependencies() {
     for (const row of this.rows.values()) {
-      const by = row.field.enabledBy;
-      if (by) row.control.setDisabled(!this.rows.get(by)?.control.value);
+      const { enabledBy, enabledValue } = row.field;
+      if (!enabledBy) continue;
+      const value = this.rows.get(enabledBy)?.control.value;
+      row.control.setDisabled(enabledValue === undefined ? !value : value !== enabledValue);
     }
   }
 
@@ -142,6 +159,16 @@ export class SettingsPage {
   }
 
   show(data) {
+    // An answer with nothing this account can change (eMule's for an ordinary account) is said
+    // in words, instead of empty fields and a Save button.
+    const note = this.page.unavailable?.(data) ?? '';
+    this.note.textContent = note;
+    this.note.hidden = !note;
+    for (const part of this.form.children) {
+      if (part !== this.actions) part.hidden = Boolean(note);
+    }
+    this.saveButton.hidden = Boolean(note);
+    this.revertButton.hidden = Boolean(note);
     if (this.page.beforeShow) this.page.beforeShow(data, this);
     for (const [name, row] of this.rows) {
       row.control.value = data[name];
@@ -205,7 +232,8 @@ export class SettingsPage {
     this.setBusy(true);
     this.setStatus('Saving…');
     try {
-      const answer = await call(this.page.api, 'set', requestParams(this.fields, changes));
+      const params = requestParams(this.fields, changes, this.values());
+      const answer = await call(this.page.api, 'set', params);
       // A page whose "set" goes on in the background waits for it and says how it ended.
       const outcome = this.page.afterSet ? await this.page.afterSet(answer, this) : null;
       // Show what the server now holds, which may differ from what was typed.

@@ -8,6 +8,7 @@
 #include "module/dlcommon/download_info.h"
 #include "platform/dlbase/handler_base.h"
 #include "platform/system/qrix_mail.h"
+#include "platform/system/qrix_service_port.h"
 #include "platform/vlibc/vlibc_error.h"
 #include "platform/vlibc/vlibc_file.h"
 
@@ -70,6 +71,16 @@ bool CommitQueue::Flush() {
     fail(m_queue.front().first, m_queue.front().second);
   }
   return result;
+}
+
+int SetDownloadServicePort(const char* section, int protocol, int port) {
+  QRIXSERVICEPORT record{};
+  record.version = QRIX_SERVICE_PORT_V1;
+  record.flags = 0;
+  record.protocol = protocol;
+  record.port = port;
+  return QRIXServiceConfSectionPortSet(QRIX_SERVICE_CONF_SET, "qrixdownload_port", section,
+                                       &record);
 }
 
 bool IsEmailOK() {

@@ -43,6 +43,10 @@ class QRIX_EXPORT CommitQueue {
   std::vector<std::pair<std::string, std::string>> m_queue;
 };
 
+// Registers one listening port of the download service (service "qrixdownload_port") under
+// `section`, so the firewall and port forwarding know it. 0, or -1 with the error state set.
+QRIX_EXPORT int SetDownloadServicePort(const char* section, int protocol, int port);
+
 // True when the system sends notification mail.
 QRIX_EXPORT bool IsEmailOK();
 

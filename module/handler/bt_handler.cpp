@@ -11,7 +11,6 @@
 namespace {
 
 constexpr const char* kSource = "handler/bt_handler";
-constexpr const char* kPortService = "qrixdownload_port";
 constexpr int kReadBufSize = 256;
 
 // The stored value of `key` read as a number, `def` when missing.
@@ -19,15 +18,6 @@ int ReadIntKey(const char* key, const char* def) {
   char buf[kReadBufSize];
   SettingsGetKeyValue(key, def, buf, sizeof buf);
   return std::atoi(buf);
-}
-
-int SetServicePort(const char* section, int protocol, int port) {
-  QRIXSERVICEPORT record{};
-  record.version = QRIX_SERVICE_PORT_V1;
-  record.flags = 0;
-  record.protocol = protocol;
-  record.port = port;
-  return QRIXServiceConfSectionPortSet(QRIX_SERVICE_CONF_SET, kPortService, section, &record);
 }
 
 }  // namespace
@@ -152,9 +142,9 @@ bool BtHandler::ApplySettings() {
 }
 
 int BtHandler::SetTcpServicePort(int port) {
-  return SetServicePort("bt", QRIX_PORT_TCP, port);
+  return QRIXDL::SetDownloadServicePort("bt", QRIX_PORT_TCP, port);
 }
 
 int BtHandler::SetDhtServicePort(int port) {
-  return SetServicePort("bt_dht", QRIX_PORT_UDP, port);
+  return QRIXDL::SetDownloadServicePort("bt_dht", QRIX_PORT_UDP, port);
 }

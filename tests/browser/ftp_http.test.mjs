@@ -117,10 +117,11 @@ describe('FTP and HTTP page', () => {
     await page.waitForFunction(() => document.querySelector('#login-status').textContent !== '');
     assert.equal(await page.textContent('#login-status'), 'The account or password is wrong.');
 
-    // An ordinary account is offered only what it may use: its own download locations.
+    // An ordinary account is offered only what it may use: its own download locations and
+    // what eMule shows it.
     await signIn(page, demo.url, demo.user);
     assert.deepEqual(await page.$$eval('#tabs a', (links) => links.map((a) => a.dataset.page)),
-      ['location']);
+      ['location', 'emule', 'emule_location']);
     assert.equal(await pageStatus(page), '');
     assert.deepEqual(page.errors, []);
   });

@@ -154,6 +154,15 @@ describe('form values', () => {
       { tcp_port: 7000, bt_tcp_port: 7000 });
     assert.deepEqual(requestParams(fields, { max_peer: 50 }), { max_peer: 50 });
     assert.deepEqual(requestParams(fields, {}), {});
+    // A group goes out whole when one of it changed, each member under both names.
+    const ports = [
+      { name: 'port_type', group: 'ports' }, { name: 'tcp', group: 'ports', alsoSendAs: 'x_tcp' },
+      { name: 'rate' },
+    ];
+    const values = { port_type: 'manual_port', tcp: 7000, rate: 5 };
+    assert.deepEqual(requestParams(ports, { tcp: 7000 }, values),
+      { port_type: 'manual_port', tcp: 7000, x_tcp: 7000 });
+    assert.deepEqual(requestParams(ports, { rate: 5 }, values), { rate: 5 });
   });
 });
 
@@ -299,7 +308,12 @@ describe('pages', () => {
         assert.ok(field.label, `${page.id}.${field.name} has a label`);
         if (field.enabledBy) {
           const by = fields.find((f) => f.name === field.enabledBy);
-          assert.equal(by?.type, 'bool', `${page.id}.${field.name}: enabledBy names a switch`);
+          const switchType = field.enabledValue === undefined ? 'bool' : 'select';
+          assert.equal(by?.type, switchType, `${page.id}.${field.name}: enabledBy names a switch`);
+          if (field.enabledValue !== undefined) {
+            assert.ok(by.options.some(([v]) => v === field.enabledValue),
+              `${page.id}.${field.name}: enabledValue is one of the choices`);
+          }
         }
       }
     }
@@ -310,7 +324,7 @@ describe('pages', () => {
     const params = await moduleParameters();
     const kinds = {
       bool: ['Bool'], int: ['Int', 'Port', 'Range'], text: ['Str'], password: ['Str'],
-      schedule: ['Str'], select: ['Str', 'OneOf'], volume: ['VolumePath'],
+      schedule: ['Str'], select: ['Str', 'OneOf'], volume: ['VolumePath'], folders: ['Strings'],
     };
     const handlers = (await Promise.all((await sourceFiles(path.join(kRepo, 'module/handler')))
       .map((f) => readFile(f, 'utf8')))).join('\n');

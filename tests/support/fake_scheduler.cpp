@@ -9,36 +9,39 @@
 #include <cstdio>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "platform/vlibc/atomic_file.h"
 
 namespace qrix::test {
 namespace {
 
-bool PidFileNames(pid_t pid) {
+bool PidFileNames(const std::string& pid_file, pid_t pid) {
   std::string text;
-  return ReadFile("/tmp/qrixdl_scheduler.pid", &text) == 0 && std::stoi(text) == pid;
+  return ReadFile(pid_file, &text) == 0 && std::stoi(text) == pid;
 }
 
 }  // namespace
 
-FakeScheduler::FakeScheduler() : counts_path_("/tmp/fake_scheduler.counts") {
-  ::unlink("/tmp/qrixdl_scheduler.pid");
+FakeScheduler::FakeScheduler(std::string pid_file)
+    : pid_file_(std::move(pid_file)), counts_path_(pid_file_ + ".counts") {
+  ::unlink(pid_file_.c_str());
   ::unlink(counts_path_.c_str());
   pid_ = ::fork();
   if (pid_ == 0) {
 #ifdef QRIX_TEST_EMULATOR
     ::execlp(QRIX_TEST_EMULATOR, QRIX_TEST_EMULATOR, QRIX_FAKE_SCHEDULER, counts_path_.c_str(),
-             nullptr);
+             pid_file_.c_str(), nullptr);
 #else
-    ::execl(QRIX_FAKE_SCHEDULER, QRIX_FAKE_SCHEDULER, counts_path_.c_str(), nullptr);
+    ::execl(QRIX_FAKE_SCHEDULER, QRIX_FAKE_SCHEDULER, counts_path_.c_str(), pid_file_.c_str(),
+            nullptr);
 #endif
     ::_exit(127);
   }
-  for (int i = 0; i < 500 && !PidFileNames(pid_); ++i) {
+  for (int i = 0; i < 500 && !PidFileNames(pid_file_, pid_); ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  if (!PidFileNames(pid_)) {
+  if (!PidFileNames(pid_file_, pid_)) {
     throw std::runtime_error("fake scheduler did not start");
   }
 }
@@ -54,7 +57,7 @@ FakeScheduler::Counts FakeScheduler::Read() const {
   std::string text;
   Counts c;
   if (ReadFile(counts_path_, &text) == 0) {
-    std::sscanf(text.c_str(), "hup=%d cont=%d usr2=%d", &c.hup, &c.cont, &c.usr2);
+    std::sscanf(text.c_str(), "hup=%d cont=%d usr2=%d usr1=%d", &c.hup, &c.cont, &c.usr2, &c.usr1);
   }
   return c;
 }

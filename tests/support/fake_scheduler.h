@@ -1,4 +1,5 @@
-// Runs the fake scheduler daemon for a test and reads what it counted.
+// Runs the fake daemon for a test and reads what it counted: the scheduler, or with a pid file
+// named, one of the eMule daemons.
 #ifndef HAULPORT_TESTS_SUPPORT_FAKE_SCHEDULER_H_
 #define HAULPORT_TESTS_SUPPORT_FAKE_SCHEDULER_H_
 
@@ -14,11 +15,12 @@ class FakeScheduler {
     int hup = 0;
     int cont = 0;
     int usr2 = 0;
+    int usr1 = 0;  // eMule's shared-folder reloads
     bool operator==(const Counts&) const = default;
   };
 
   // Starts the daemon and waits until its pid file is there.
-  FakeScheduler();
+  explicit FakeScheduler(std::string pid_file = "/tmp/qrixdl_scheduler.pid");
   FakeScheduler(const FakeScheduler&) = delete;
   FakeScheduler& operator=(const FakeScheduler&) = delete;
   // Stops it (SIGTERM) and waits for it.
@@ -31,6 +33,7 @@ class FakeScheduler {
 
  private:
   pid_t pid_ = -1;
+  std::string pid_file_;
   std::string counts_path_;
 };
 

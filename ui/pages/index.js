@@ -8,6 +8,8 @@ import scheduler from './scheduler.js';
 import rss from './rss.js';
 import nzb from './nzb.js';
 import location from './location.js';
+import emule from './emule.js';
+import emuleLocation from './emule_location.js';
 
 export const kPages = [
   ftpHttp,
@@ -18,4 +20,6 @@ export const kPages = [
   rss,
   nzb,
   location,
+  emule,
+  emuleLocation,
 ];

@@ -4,6 +4,12 @@ import { call } from '../api.js';
 
 export const kShareApi = 'QRIX.Core.Share';
 
+// The shares the signed-in account may write to, as [value, text] choices.
+export async function writableShares() {
+  const data = await call(kShareApi, 'list');
+  return (data?.shares ?? []).filter((s) => s.writable).map((s) => [s.name, s.name]);
+}
+
 export default {
   id: 'location',
   title: 'Download locations',
@@ -34,8 +40,7 @@ export default {
   ],
   // The destination is chosen from the shares this account may write to.
   async prepare(view) {
-    const data = await call(kShareApi, 'list');
-    const writable = (data?.shares ?? []).filter((s) => s.writable).map((s) => [s.name, s.name]);
-    view.rows.get('default_destination').control.setOptions([['', '(none chosen)'], ...writable]);
+    view.rows.get('default_destination').control.setOptions(
+      [['', '(none chosen)'], ...await writableShares()]);
   },
 };
