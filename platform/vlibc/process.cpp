@@ -92,6 +92,11 @@ int RunProgram(const std::string& path, const std::vector<std::string>& argv, st
     errno = EINVAL;
     return -1;
   }
+  // posix_spawn reports a failed exec, except where the spawn is emulated as a fork (qemu-arm);
+  // a program that is not there or not executable is then still -1, not a child's 127.
+  if (::access(path.c_str(), X_OK) != 0) {
+    return -1;
+  }
   std::vector<char*> args = ArgvOf(argv);
   UniqueFd out_read, out_write;
   if (out != nullptr && !MakePipe(&out_read, &out_write)) {
