@@ -1,5 +1,6 @@
-// The BitTorrent, Scheduler, RSS and NZB APIs over HTTP: what each "set" leaves on disk, the
-// signals the scheduler gets after the answer, what "get" reads back, and hostile strings.
+// The FTP/HTTP, BitTorrent, Scheduler, RSS and NZB APIs over HTTP: what each "set" leaves on
+// disk, the signals the scheduler gets after the answer (one request at a time), what "get"
+// reads back, and refusals that change nothing.
 #include <json/json.h>
 #include <sys/stat.h>
 
@@ -108,6 +109,16 @@ TEST_F(SettingsApiTest, EachSetWritesItsKeysSignalsAndReadsBack) {
        0,
        R"({"enable_schedule": true, "order": "user", "max_tasks": 5, "download_rate": 100,
            "max_tasks_limit": 50})"},
+      {"FtpHttp",
+       {{"ftp_max_conn", "7"},
+        {"enable_ftp_max_conn", "false"},
+        {"ftp_http_max_download_rate", "300"}},
+       {{"download_ftpmax", "7"},
+        {"download_ftpmax_enable", "no"},
+        {"download_http_dl_rate", "300"}},
+       {1, 0, 0},
+       0,
+       R"({"enable_ftp_max_conn": false, "ftp_max_conn": 7, "ftp_http_max_download_rate": 300})"},
       {"Rss",
        {{"update_interval", "5"}},
        {{"download_rss_update_interval", "300"}},
@@ -172,77 +183,39 @@ TEST_F(SettingsApiTest, TheNzbPasswordIsStoredEncipheredAndNeverAnswered) {
   EXPECT_EQ(JsonText(got).find(stored), std::string::npos);
 }
 
-// Every free-text parameter of these APIs against quotes, line breaks, NUL and size.
-TEST_F(SettingsApiTest, HostileStringsAreStoredExactlyOrRefusedWithoutDamage) {
-  struct Param {
-    const char* api;
-    const char* name;
-    const char* key;         // the settings key it lands in
-    const char* get_member;  // where "get" shows it, or nullptr
-    bool enciphered;
-  };
-  const Param params[] = {
-      {"Scheduler", "schedule", "download_schedule", "schedule", false},
-      {"Scheduler", "order", "download_order", nullptr, false},
-      {"Nzb", "server", "download_nzb_server", "server", false},
-      {"Nzb", "username", "download_nzb_user", "username", false},
-      {"Nzb", "password", "download_nzb_password_en", nullptr, true},
-  };
-  const std::string quoted = "a \"quoted\" 'value' \\ = \"\"";
-  for (const Param& p : params) {
-    SCOPED_TRACE(std::string(p.api) + " " + p.name);
-    // Quotes are kept exactly.
-    const Counts earlier = scheduler_->Read();
-    ASSERT_TRUE(Call(p.api, "set", {{p.name, JsonText(quoted)}})["success"].asBool());
-    const Counts signals = scheduler_->WaitFor({earlier.hup + 1, earlier.cont, earlier.usr2});
-    const ParsedKv file = ParseKvStrict(ReadText(kSettingsConf));
-    ASSERT_TRUE(file.ok) << file.bad_line;
-    const std::string stored = file.values.at(p.key);
-    EXPECT_EQ(p.enciphered ? Decipher(stored) : stored, quoted);
-    if (p.get_member != nullptr) {
-      EXPECT_EQ(Call(p.api, "get")["data"][p.get_member].asString(), quoted);
-    }
-    const std::string before = ReadText(kSettingsConf);
-
-    // Line breaks would let a value write keys of its own: refused, nothing changes. An
-    // enciphered value has no line breaks left to refuse.
-    for (const std::string& broken : {std::string("x\ndownload_evil=\"1\""), std::string("x\ry")}) {
-      const Json::Value answer = Call(p.api, "set", {{p.name, JsonText(broken)}});
-      if (p.enciphered) {
-        EXPECT_TRUE(answer["success"].asBool());
-        EXPECT_EQ(Decipher(ReadSettings()[p.key]), broken);
-        ASSERT_TRUE(Call(p.api, "set", {{p.name, JsonText(quoted)}})["success"].asBool());
-      } else {
-        EXPECT_EQ(answer, ErrorEnvelope(505));
-        EXPECT_EQ(ReadText(kSettingsConf), before);
-      }
-    }
-    const std::string settled = ReadText(kSettingsConf);
-    // A NUL would cut the value short: refused as the wrong type before the module runs.
-    Json::Value nul_error(Json::objectValue);
-    nul_error["name"] = p.name;
-    nul_error["reason"] = "type";
-    EXPECT_EQ(Call(p.api, "set", {{p.name, R"("ab\u0000cd")"}}), ErrorEnvelope(120, nul_error));
-    // A megabyte never gets to the module.
-    EXPECT_EQ(Call(p.api, "set", {{p.name, JsonText(std::string(1 << 20, 'm'))}}),
-              ErrorEnvelope(108));
-    EXPECT_EQ(ReadText(kSettingsConf), settled);
-    if (!p.enciphered) {
-      // Refusals announce nothing (waiting a moment for a signal that must not come).
-      EXPECT_EQ(scheduler_->WaitFor({signals.hup + 1, signals.cont, signals.usr2}, 300), signals);
-    }
-  }
-  EXPECT_EQ(ReadSettings()["download_other"], "untouched");
-  EXPECT_TRUE(Call("Rss", "get")["success"].asBool());  // and the server still serves
-}
-
-TEST_F(SettingsApiTest, PortConflictsAreRefusedWithNothingWritten) {
+// Refused requests, whether by the host, the check table or the module, write nothing and
+// announce nothing.
+TEST_F(SettingsApiTest, RefusalsWriteNothingAndSignalNobody) {
   WriteText("/var/qrix/etc/services/other.conf", "[other]\nprotocol=\"tcp\"\nport=\"6000\"\n");
+  Json::Value nul_error(Json::objectValue);
+  nul_error["name"] = "server";
+  nul_error["reason"] = "type";
+  Json::Value range_error(Json::objectValue);
+  range_error["name"] = "ftp_max_conn";
+  range_error["reason"] = "condition";
+  const struct {
+    const char* api;
+    Fields fields;
+    Json::Value answer;
+  } rows[] = {
+      {"Nzb", {{"server", JsonText("x\ndownload_evil=\"1\"")}}, ErrorEnvelope(505)},
+      {"Scheduler", {{"order", JsonText("x\ry")}}, ErrorEnvelope(505)},
+      {"Nzb", {{"server", R"("ab\u0000cd")"}}, ErrorEnvelope(120, nul_error)},
+      {"FtpHttp", {{"ftp_max_conn", "0"}}, ErrorEnvelope(120, range_error)},
+      {"Nzb", {{"username", JsonText(std::string(1 << 20, 'm'))}}, ErrorEnvelope(108)},
+      {"BT", {{"bt_tcp_port", "6000"}, {"tcp_port", "6000"}}, ErrorEnvelope(517)},
+      {"BT", {{"bt_dht_port", "4672"}, {"dht_port", "4672"}}, ErrorEnvelope(517)},
+  };
   const std::string before = ReadText(kSettingsConf);
-  EXPECT_EQ(Call("BT", "set", {{"bt_tcp_port", "6000"}, {"tcp_port", "6000"}}), ErrorEnvelope(517));
-  EXPECT_EQ(Call("BT", "set", {{"bt_dht_port", "4672"}, {"dht_port", "4672"}}), ErrorEnvelope(517));
-  EXPECT_EQ(ReadText(kSettingsConf), before);
-  EXPECT_EQ(scheduler_->Read(), (Counts{0, 0, 0}));
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.api + std::string(" ") + row.fields.front().first);
+    EXPECT_EQ(Call(row.api, "set", row.fields), row.answer);
+    EXPECT_EQ(ReadText(kSettingsConf), before);
+  }
+  // A later request that does signal: only its own signal arrives.
+  EXPECT_TRUE(Call("Rss", "set", {{"update_interval", "20"}})["success"].asBool());
+  EXPECT_EQ(scheduler_->WaitFor({1, 0, 0}), (Counts{1, 0, 0}));
+  EXPECT_EQ(scheduler_->WaitFor({2, 0, 0}, 300), (Counts{1, 0, 0}));
 }
 
 }  // namespace

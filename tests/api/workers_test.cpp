@@ -13,7 +13,6 @@
 
 #include "tests/api/host_fixture.h"
 #include "tests/fixtures/test_module.h"
-#include "tests/support/fake_scheduler.h"
 #include "tests/support/files.h"
 
 namespace qrix::test {
@@ -165,50 +164,6 @@ TEST_F(WorkersTest, StopWaitsForBusyWorkersToFinish) {
   WriteText(kReleaseFile, "go\n");
   EXPECT_EQ(stopped.get(), 0);
   EXPECT_EQ(::access(kCallbackDoneFile, F_OK), 0) << "the busy worker was cut short";
-}
-
-class FtpHttpTest : public HostTest {};
-
-TEST_F(FtpHttpTest, SetWritesTheFileAndSignalsTheSchedulerOncePerRequest) {
-  WriteSettings("download_ftpmax=\"3\"\nbt_max_peer=\"50\"\n");
-  FakeScheduler scheduler;
-  HostServer server;
-  ApiClient alice(server);
-  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
-
-  EXPECT_EQ(alice.Call(kSettingsApi, "set",
-                       {{"ftp_max_conn", "7"},
-                        {"enable_ftp_max_conn", "false"},
-                        {"ftp_http_max_download_rate", "300"}}),
-            ParseJson(R"({"success":true})"));
-  const ParsedKv file = ParseKvStrict(ReadText(kSettingsConf));
-  ASSERT_TRUE(file.ok) << file.bad_line;
-  EXPECT_EQ(file.values, (std::map<std::string, std::string>{{"download_ftpmax", "7"},
-                                                             {"download_ftpmax_enable", "no"},
-                                                             {"download_http_dl_rate", "300"},
-                                                             {"bt_max_peer", "50"}}));
-  EXPECT_EQ(scheduler.WaitFor({1, 0, 0}), (FakeScheduler::Counts{1, 0, 0}));
-
-  EXPECT_EQ(alice.Call(kSettingsApi, "get"),
-            ParseJson(R"({"success":true,"data":{"enable_ftp_max_conn":false,)"
-                      R"("ftp_max_conn":7,"ftp_http_max_download_rate":300}})"));
-
-  // A second change in a second request: the scheduler hears again, since each request's
-  // callbacks run in a process of their own.
-  EXPECT_TRUE(
-      alice.Call(kSettingsApi, "set", {{"enable_ftp_max_conn", "true"}})["success"].asBool());
-  EXPECT_EQ(ReadSettings()["download_ftpmax_enable"], "yes");
-  EXPECT_EQ(scheduler.WaitFor({2, 0, 0}), (FakeScheduler::Counts{2, 0, 0}));
-
-  // A refused value writes nothing and signals nobody.
-  Json::Value refused(Json::objectValue);
-  refused["name"] = "ftp_max_conn";
-  refused["reason"] = "condition";
-  const std::string before = ReadText(kSettingsConf);
-  EXPECT_EQ(alice.Call(kSettingsApi, "set", {{"ftp_max_conn", "0"}}), ErrorEnvelope(120, refused));
-  EXPECT_EQ(ReadText(kSettingsConf), before);
-  EXPECT_EQ(alice.Call("QRIX.Test.Open", "echo")["success"], true);  // a later request
-  EXPECT_EQ(scheduler.Read(), (FakeScheduler::Counts{2, 0, 0}));
 }
 
 }  // namespace

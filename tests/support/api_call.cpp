@@ -1,8 +1,5 @@
 #include "tests/support/api_call.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstring>
 
 #include "module/common/api_callback.h"
@@ -33,17 +30,6 @@ ApiResult CallApi(const std::string& api, const std::string& method, const std::
     entry->entry(&request, result.response.get());
   }
   return result;
-}
-
-int RunCallbacksInChild(const QRIX::APIResponse& response) {
-  const pid_t pid = fork();
-  if (pid == 0) {
-    response.RunCallbacks();
-    _exit(0);
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 std::string CallbackNames(const QRIX::APIResponse& response) {

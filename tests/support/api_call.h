@@ -20,8 +20,7 @@ struct ApiResult {
 
   bool Success() const { return response->GetState() == QRIX::APIResponse::State::kSuccess; }
   int Error() const {
-    return response->GetState() == QRIX::APIResponse::State::kError ? response->GetErrorCode()
-                                                                     : 0;
+    return response->GetState() == QRIX::APIResponse::State::kError ? response->GetErrorCode() : 0;
   }
   const Json::Value& Data() const { return response->GetData(); }
 };
@@ -29,10 +28,6 @@ struct ApiResult {
 // `params` is JSON object text; `api` without the "QRIX.Haulport2.Setting." prefix.
 ApiResult CallApi(const std::string& api, const std::string& method, const std::string& params,
                   const QRIX::APILogin& login = {"admin", 1024, true, "enu"});
-
-// Runs the response's callbacks in a forked child, as a fresh host worker would, and returns
-// the child's exit status (0 when they ran).
-int RunCallbacksInChild(const QRIX::APIResponse& response);
 
 // The names of the registered callbacks, in order ("SchedulerSIGHUP", "ReloadFirewall", ...).
 std::string CallbackNames(const QRIX::APIResponse& response);

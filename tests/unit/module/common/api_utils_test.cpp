@@ -1,14 +1,17 @@
-// The commit queue on the real settings file, and the mail switch.
+// The commit queue on the real settings file, what every settings handler does through it,
+// and the mail switch.
 #include "module/common/api_utils.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <vector>
 
 #include "module/dlcommon/download_info.h"
 #include "platform/dlbase/handler_base.h"
 #include "platform/vlibc/vlibc_file.h"
 #include "platform/webapi/api_validator.h"
+#include "tests/support/api_call.h"
 #include "tests/support/files.h"
 #include "tests/support/lock_holder.h"
 #include "tests/support/syslog_capture.h"
@@ -147,6 +150,81 @@ TEST_F(CommitQueueTest, ALockThatCannotBeTakenWritesNothingAndSucceeds) {
   EXPECT_TRUE(queue.Flush());  // after the lock's five-second wait
   EXPECT_EQ(QRIXDLErrGet(), 0);
   EXPECT_EQ(qrix::test::ReadText(qrix::test::kSettingsConf), "k=\"old\"\n");
+}
+
+// Every settings handler: an unreadable file answers "get" with 506; a write that fails answers
+// with its code, registers no callback and leaves the file; a string parameter with quotes or
+// shell syntax is stored so that the module and sh read it back as sent, and a line break is
+// refused (505) with the file untouched.
+TEST_F(CommitQueueTest, EveryHandlerWritesThroughTheQueue) {
+  using qrix::test::CallApi;
+  using qrix::test::kSettingsConf;
+  using qrix::test::ReadText;
+  const struct {
+    const char* api;
+    const char* set;
+    int get_fails;    // answer to "get" on an unreadable file (Rss falls back on its default)
+    int write_fails;  // BT reads the record before writing
+    std::vector<std::pair<const char*, const char*>> strings;  // parameter, key
+  } handlers[] = {
+      {"FtpHttp", R"({"ftp_max_conn": 4})", 506, 505, {}},
+      {"Rss", R"({"update_interval": 20})", 0, 505, {}},
+      {"BT", R"({"max_peer": 10})", 506, 506, {}},
+      {"Nzb",
+       R"({"port": 119})",
+       506,
+       505,
+       {{"server", "download_nzb_server"}, {"username", "download_nzb_user"}}},
+      {"Scheduler",
+       R"({"max_tasks": 4})",
+       506,
+       505,
+       {{"schedule", "download_schedule"}, {"order", "download_order"}}},
+  };
+  const std::string etc = "/var/packages/Haulport/etc";
+  for (const auto& h : handlers) {
+    SCOPED_TRACE(h.api);
+    qrix::test::Remove(kSettingsConf);
+    std::filesystem::create_directory(kSettingsConf);
+    EXPECT_EQ(CallApi(h.api, "get", "{}").Error(), h.get_fails);
+    std::filesystem::remove(kSettingsConf);
+
+    std::filesystem::rename(etc, etc + ".away");
+    qrix::test::WriteText(etc, "not a directory");
+    const auto failed = CallApi(h.api, "set", h.set);
+    EXPECT_EQ(failed.Error(), h.write_fails);
+    EXPECT_TRUE(failed.response->GetCallbacks().empty());
+    std::filesystem::remove(etc);
+    std::filesystem::rename(etc + ".away", etc);
+
+    for (const auto& [param, key] : h.strings) {
+      for (const std::string value :
+           {R"(say "hi" \)", "$(/usr/bin/touch /tmp/ran)`/usr/bin/touch /tmp/ran`", "two\nlines",
+            "cr\rhere", "x\"\nk=\"v"}) {
+        SCOPED_TRACE(std::string(param) + " = " + value);
+        qrix::test::SyslogCapture::Get().Clear();  // a full /dev/log queue would block the writer
+        const std::string before = std::string(key) + "=\"old\"\ndownload_other=\"kept\"\n";
+        qrix::test::WriteSettings(before);
+        Json::Value params(Json::objectValue);
+        params[param] = value;
+        const auto result =
+            CallApi(h.api, "set", Json::writeString(Json::StreamWriterBuilder(), params));
+        if (value.find_first_of("\r\n") != std::string::npos) {
+          EXPECT_EQ(result.Error(), 505);
+          EXPECT_TRUE(result.response->GetCallbacks().empty());
+          EXPECT_EQ(ReadText(kSettingsConf), before);
+          continue;
+        }
+        EXPECT_TRUE(result.Success());
+        char read_back[256];
+        EXPECT_GT(VLIBCFileGetKeyValue(kSettingsConf, key, read_back, sizeof read_back, 0), 0);
+        EXPECT_EQ(read_back, value);
+        EXPECT_EQ(qrix::test::SourcedValue(kSettingsConf, key), value);
+        EXPECT_EQ(qrix::test::ReadSettings().size(), 2u);
+      }
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists("/tmp/ran"));
 }
 
 TEST(IsEmailOKTest, FollowsTheMailSwitch) {

@@ -6,6 +6,8 @@
 
 #include <cstring>
 #include <filesystem>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,51 +25,20 @@ using qrix::test::FakeScheduler;
 using qrix::test::Kv;
 using qrix::test::SyslogCapture;
 
-const std::vector<std::string> kWriterOrder = {"order",
-                                               "ul_rate",
-                                               "dl_rate",
-                                               "http_dl_rate",
-                                               "http_max_conn",
-                                               "enable_http_multi_conn",
-                                               "start_port",
-                                               "end_port",
-                                               "port_map_enabled",
-                                               "seeding_interval",
-                                               "seeding_ratio",
-                                               "seeding_auto_remove",
-                                               "enable_dht",
-                                               "dhtport",
-                                               "enable_bt_port_forwarding",
-                                               "btencrypt",
-                                               "btmaxpeers",
-                                               "enable_bt_preview",
-                                               "enable_pyload",
-                                               "enable_autoUnzip",
-                                               "enable_amule",
-                                               "amule_ul_rate",
-                                               "amule_dl_rate",
-                                               "amule_tcp_port",
-                                               "amule_udp_port",
-                                               "amule_max_conn",
-                                               "amule_auto_connect",
-                                               "amule_enable_obfuscation",
-                                               "amule_outgoing_obfuscation",
-                                               "amule_only_obfuscation",
-                                               "amule_auto_update_server",
-                                               "maxtasks",
-                                               "nzb_server",
-                                               "nzb_port",
-                                               "nzb_auth",
-                                               "nzb_user",
-                                               "nzb_password_en",
-                                               "nzb_numconn",
-                                               "nzb_encryption",
-                                               "nzb_dl_rate",
-                                               "nzb_enable_parchive",
-                                               "nzb_enable_remove_parchive_files",
-                                               "ftpmax_enable",
-                                               "ftpmax",
-                                               "enable_xunlei"};
+// The writer's key order, without the "download_" prefix.
+std::vector<std::string> WriterOrder() {
+  std::istringstream words(
+      "order ul_rate dl_rate http_dl_rate http_max_conn enable_http_multi_conn start_port "
+      "end_port port_map_enabled seeding_interval seeding_ratio seeding_auto_remove enable_dht "
+      "dhtport enable_bt_port_forwarding btencrypt btmaxpeers enable_bt_preview enable_pyload "
+      "enable_autoUnzip enable_amule amule_ul_rate amule_dl_rate amule_tcp_port amule_udp_port "
+      "amule_max_conn amule_auto_connect amule_enable_obfuscation amule_outgoing_obfuscation "
+      "amule_only_obfuscation amule_auto_update_server maxtasks nzb_server nzb_port nzb_auth "
+      "nzb_user nzb_password_en nzb_numconn nzb_encryption nzb_dl_rate nzb_enable_parchive "
+      "nzb_enable_remove_parchive_files ftpmax_enable ftpmax enable_xunlei");
+  return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
+}
+const std::vector<std::string> kWriterOrder = WriterOrder();
 
 class SettingConfSetTest : public ::testing::Test {
  protected:

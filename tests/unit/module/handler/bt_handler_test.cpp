@@ -1,18 +1,15 @@
 // BitTorrent settings through the module's tables: the payload, what "set" writes, the ports it
-// registers, the conflict checks, the callbacks and what they make the daemons see.
+// registers, the conflict checks and the callbacks it registers.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <string>
 
-#include "module/setting.h"
 #include "platform/system/qrix_service_port.h"
 #include "platform/webapi/api_validator.h"
 #include "tests/support/api_call.h"
-#include "tests/support/fake_scheduler.h"
 #include "tests/support/files.h"
 #include "tests/support/syslog_capture.h"
-#include "tests/unit/module/handler/string_param_checks.h"
 
 namespace {
 
@@ -25,7 +22,6 @@ using qrix::test::WriteText;
 
 const std::string kServices = "/var/qrix/etc/services";
 const std::string kPortFile = kServices + "/qrixdownload_port.conf";
-const std::string kHookRuns = "/tmp/firewall_hook.runs";
 
 Json::Value Json(const std::string& text) {
   return QRIX::WebAPIUtil::ParseJson(text);
@@ -177,10 +173,7 @@ TEST_F(BtHandlerTest, ConflictingPortsAnswer517) {
 TEST_F(BtHandlerTest, FailuresAnswerTheirCodes) {
   auto& log = qrix::test::SyslogCapture::Get();
   fs::create_directory(qrix::test::kSettingsConf);
-  EXPECT_EQ(CallApi("BT", "get", "{}").Error(), 506);
-  EXPECT_FALSE(log.Contains("handler/bt_handler"));
   EXPECT_EQ(CallApi("BT", "set", R"({"max_peer": 10})").Error(), 506);
-  EXPECT_TRUE(log.Contains("handler/bt_handler:"));
   EXPECT_EQ(log.Count("Failed to get DownloadInfo"), 1);
   EXPECT_EQ(log.Count("Failed to apply download service data"), 1);
   fs::remove(qrix::test::kSettingsConf);
@@ -199,54 +192,6 @@ TEST_F(BtHandlerTest, FailuresAnswerTheirCodes) {
     EXPECT_TRUE(settings.count("download_start_port") + settings.count("download_dhtport") == 1);
     fs::remove(kServices);
   }
-}
-
-TEST_F(BtHandlerTest, CallbacksReachTheSchedulerAndTheFirewall) {
-  WriteText("/var/qrix/etc/firewall.conf", "reload_hook=\"/tmp/firewall_hook\"\n");
-  WriteText("/tmp/firewall_hook", "#!/bin/sh\necho run >> " + kHookRuns + "\n");
-  fs::permissions("/tmp/firewall_hook", fs::perms::owner_all);
-  using Counts = qrix::test::FakeScheduler::Counts;
-  struct Case {
-    const char* params;
-    Counts signals;
-    const char* hook_runs;
-  } const cases[] = {
-      {R"({"max_peer": 10})", {1, 0, 0}, ""},
-      {R"({"tcp_port": 7000})", {1, 0, 0}, "run\n"},
-      {R"({"dht_port": 7001, "tcp_port": 7002})", {1, 1, 0}, "run\n"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.params);
-    SetUp();
-    qrix::test::Remove(kHookRuns);
-    qrix::test::FakeScheduler scheduler;
-    const auto result = CallApi("BT", "set", c.params);
-    ASSERT_TRUE(result.Success());
-    EXPECT_EQ(qrix::test::RunCallbacksInChild(*result.response), 0);
-    EXPECT_EQ(scheduler.WaitFor(c.signals), c.signals);
-    EXPECT_EQ(ReadText(kHookRuns), c.hook_runs);
-  }
-}
-
-// "encrypt" is limited to three words by the check table; the handler itself must still keep
-// the file intact, so this calls the entry function directly.
-TEST_F(BtHandlerTest, StringParameterIsStoredSafely) {
-  QRIX::APIEntryFunc set = nullptr;
-  for (const QRIX::APITableEntry* row = GetAPITable(); row->api != nullptr; ++row) {
-    if (std::string(row->api) == "QRIX.Haulport2.Setting.BT" && row->method == std::string("set")) {
-      set = row->entry;
-    }
-  }
-  ASSERT_NE(set, nullptr);
-  QRIX::APIResponse response;
-  qrix::test::ExpectStringParamIsStoredSafely(
-      "encrypt", "download_btencrypt", [&](const Json::Value& params) -> const QRIX::APIResponse& {
-        QRIX::APIRequest request("QRIX.Haulport2.Setting.BT", 1, "set", params);
-        response = QRIX::APIResponse();
-        set(&request, &response);
-        return response;
-      });
-  qrix::test::ExpectNulIsATypeError("BT", "encrypt");
 }
 
 }  // namespace

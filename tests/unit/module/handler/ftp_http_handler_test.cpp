@@ -1,12 +1,9 @@
-// FTP/HTTP settings end to end through the module's tables: defaults, what "set" writes, the
-// scheduler signal after the response, and every failure path.
+// FTP/HTTP settings through the module's tables: defaults, what "set" writes, and a held lock.
+// The failures every handler shares are the commit queue's test.
 #include <gtest/gtest.h>
-
-#include <filesystem>
 
 #include "module/dlcommon/download_info.h"
 #include "tests/support/api_call.h"
-#include "tests/support/fake_scheduler.h"
 #include "tests/support/files.h"
 #include "tests/support/lock_holder.h"
 
@@ -77,52 +74,6 @@ TEST(FtpHttpHandlerTest, SetWritesOnlyWhatTheRequestNames) {
     EXPECT_EQ(ReadText(qrix::test::kSettingsConf), c.after);
     EXPECT_EQ(qrix::test::CallbackNames(*result.response), "SchedulerSIGHUP");
   }
-}
-
-TEST(FtpHttpHandlerTest, SetThenGetRoundTripsAndSignalsTheSchedulerAfterwards) {
-  qrix::test::FakeScheduler scheduler;
-  qrix::test::Remove(qrix::test::kSettingsConf);
-  const auto set = CallApi("FtpHttp", "set", R"({"ftp_max_conn": 7, "enable_ftp_max_conn": true})");
-  ASSERT_TRUE(set.Success());
-  EXPECT_EQ(scheduler.Read(), (qrix::test::FakeScheduler::Counts{0, 0, 0}));
-  EXPECT_EQ(qrix::test::RunCallbacksInChild(*set.response), 0);
-  EXPECT_EQ(scheduler.WaitFor({1, 0, 0}), (qrix::test::FakeScheduler::Counts{1, 0, 0}));
-  const auto get = CallApi("FtpHttp", "get", "{}");
-  EXPECT_EQ(get.Data(),
-            Json(R"({"enable_ftp_max_conn": true, "ftp_max_conn": 7,
-                     "ftp_http_max_download_rate": 0})"));
-}
-
-TEST(FtpHttpHandlerTest, BadParametersNeverReachTheHandler) {
-  WriteSettings("download_ftpmax=\"5\"\n");
-  for (const char* params : {R"({"ftp_max_conn": 0})", R"({"ftp_max_conn": 65536})",
-                             R"({"ftp_max_conn": "7"})", R"({"enable_ftp_max_conn": "no"})",
-                             R"({"ftp_http_max_download_rate": 1.5})"}) {
-    SCOPED_TRACE(params);
-    const auto result = CallApi("FtpHttp", "set", params);
-    EXPECT_FALSE(result.checked);
-    EXPECT_EQ(result.Error(), 120);
-  }
-  EXPECT_EQ(ReadText(qrix::test::kSettingsConf), "download_ftpmax=\"5\"\n");
-}
-
-TEST(FtpHttpHandlerTest, AnUnreadableFileAnswers506) {
-  qrix::test::Remove(qrix::test::kSettingsConf);
-  std::filesystem::create_directory(qrix::test::kSettingsConf);
-  const auto result = CallApi("FtpHttp", "get", "{}");
-  EXPECT_EQ(result.Error(), 506);
-  std::filesystem::remove(qrix::test::kSettingsConf);
-}
-
-TEST(FtpHttpHandlerTest, AWriteThatFailsAnswers505WithoutSignalling) {
-  const std::string dir = "/var/packages/Haulport/etc";
-  std::filesystem::rename(dir, dir + ".away");
-  qrix::test::WriteText(dir, "not a directory");
-  const auto result = CallApi("FtpHttp", "set", R"({"ftp_max_conn": 4})");
-  EXPECT_EQ(result.Error(), 505);
-  EXPECT_TRUE(result.response->GetCallbacks().empty());
-  std::filesystem::remove(dir);
-  std::filesystem::rename(dir + ".away", dir);
 }
 
 TEST(FtpHttpHandlerTest, AHeldLockWritesNothingButStillSucceeds) {

@@ -1,6 +1,6 @@
 // Location through the module's tables on the real server: what "set" writes and in which
 // order, the scheduler signal, and the codes of refusals and failures. Two accounts kept apart
-// and bad input are the HTTP tests' (tests/api/location_api_test.cpp).
+// over HTTP are tests/api/location_api_test.cpp's.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -10,10 +10,8 @@
 #include "platform/vlibc/vlibc_crypt.h"
 #include "platform/webapi/api_validator.h"
 #include "tests/support/api_call.h"
-#include "tests/support/fake_scheduler.h"
 #include "tests/support/files.h"
 #include "tests/support/syslog_capture.h"
-#include "tests/unit/module/handler/string_param_checks.h"
 
 namespace {
 
@@ -135,34 +133,6 @@ TEST_F(NzbHandlerTest, AFailedEncipherWritesNothing) {
   EXPECT_EQ(log.Count("handler/nzb_handler:"), 1);
   EXPECT_EQ(log.Count("Failed to encrypt password"), 1);
   ASSERT_EQ(chmod(VLIBC_CRYPT_KEY_FILE, 0600), 0);
-}
-
-TEST_F(NzbHandlerTest, FailuresAndTheSignal) {
-  qrix::test::Remove(qrix::test::kSettingsConf);
-  std::filesystem::create_directory(qrix::test::kSettingsConf);
-  EXPECT_EQ(CallApi("Nzb", "get", "{}").Error(), 506);
-  std::filesystem::remove(qrix::test::kSettingsConf);
-
-  qrix::test::FakeScheduler scheduler;
-  const auto set = CallApi("Nzb", "set", R"({"port": 119})");
-  ASSERT_TRUE(set.Success());
-  EXPECT_EQ(qrix::test::RunCallbacksInChild(*set.response), 0);
-  EXPECT_EQ(scheduler.WaitFor({1, 0, 0}), (qrix::test::FakeScheduler::Counts{1, 0, 0}));
-}
-
-TEST_F(NzbHandlerTest, StringParametersAreStoredSafely) {
-  for (const char* param : {"server", "username"}) {
-    qrix::test::ApiResult result;
-    qrix::test::ExpectStringParamIsStoredSafely(
-        param, param == std::string("server") ? "download_nzb_server" : "download_nzb_user",
-        [&](const Json::Value& params) -> const QRIX::APIResponse& {
-          result = CallApi("Nzb", "set", Params(params));
-          return *result.response;
-        });
-  }
-  for (const char* param : {"server", "username", "password"}) {
-    qrix::test::ExpectNulIsATypeError("Nzb", param);
-  }
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 
 #include "platform/webapi/api_validator.h"
 #include "tests/support/api_call.h"
-#include "tests/support/fake_scheduler.h"
 #include "tests/support/files.h"
 #include "tests/support/syslog_capture.h"
 
@@ -83,23 +82,6 @@ TEST_F(RssHandlerTest, SetStoresSecondsWithoutAFloor) {
     }
     EXPECT_EQ(CallApi("Rss", "get", "{}").Data()["update_interval"], c.minutes_after);
   }
-}
-
-TEST_F(RssHandlerTest, AFailedWriteAnswers505AndASetSignalsTheScheduler) {
-  const std::string dir = "/var/packages/Haulport/etc";
-  std::filesystem::rename(dir, dir + ".away");
-  qrix::test::WriteText(dir, "not a directory");
-  const auto failed = CallApi("Rss", "set", R"({"update_interval": 20})");
-  EXPECT_EQ(failed.Error(), 505);
-  EXPECT_TRUE(failed.response->GetCallbacks().empty());
-  std::filesystem::remove(dir);
-  std::filesystem::rename(dir + ".away", dir);
-
-  qrix::test::FakeScheduler scheduler;
-  const auto set = CallApi("Rss", "set", R"({"update_interval": 20})");
-  ASSERT_TRUE(set.Success());
-  EXPECT_EQ(qrix::test::RunCallbacksInChild(*set.response), 0);
-  EXPECT_EQ(scheduler.WaitFor({1, 0, 0}), (qrix::test::FakeScheduler::Counts{1, 0, 0}));
 }
 
 }  // namespace

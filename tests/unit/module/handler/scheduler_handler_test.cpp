@@ -1,5 +1,4 @@
-// Scheduler settings: the payload with its memory-based limit, what "set" writes and the
-// scheduler signal afterwards.
+// Scheduler settings: the payload with its memory-based limit and what "set" writes.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,10 +6,8 @@
 
 #include "platform/webapi/api_validator.h"
 #include "tests/support/api_call.h"
-#include "tests/support/fake_scheduler.h"
 #include "tests/support/files.h"
 #include "tests/support/syslog_capture.h"
-#include "tests/unit/module/handler/string_param_checks.h"
 
 namespace {
 
@@ -123,36 +120,6 @@ TEST_F(SchedulerHandlerTest, SetWritesWhatTheRequestNames) {
   const auto get = CallApi("Scheduler", "get", "{}");
   EXPECT_EQ(get.Data()["upload_rate"], 30);
   EXPECT_EQ(get.Data()["download_rate"], 40);
-}
-
-TEST_F(SchedulerHandlerTest, FailuresAndTheSignal) {
-  std::filesystem::create_directory(qrix::test::kSettingsConf);
-  EXPECT_EQ(CallApi("Scheduler", "get", "{}").Error(), 506);
-  std::filesystem::remove(qrix::test::kSettingsConf);
-
-  qrix::test::FakeScheduler scheduler;
-  const auto set = CallApi("Scheduler", "set", R"({"max_tasks": 4})");
-  ASSERT_TRUE(set.Success());
-  EXPECT_EQ(scheduler.Read(), (qrix::test::FakeScheduler::Counts{0, 0, 0}));
-  EXPECT_EQ(qrix::test::RunCallbacksInChild(*set.response), 0);
-  EXPECT_EQ(scheduler.WaitFor({1, 0, 0}), (qrix::test::FakeScheduler::Counts{1, 0, 0}));
-}
-
-TEST_F(SchedulerHandlerTest, StringParametersAreStoredSafely) {
-  for (const char* param : {"schedule", "order"}) {
-    qrix::test::ApiResult result;
-    qrix::test::ExpectStringParamIsStoredSafely(
-        param, param == std::string("order") ? "download_order" : "download_schedule",
-        [&](const Json::Value& params) -> const QRIX::APIResponse& {
-          result =
-              CallApi("Scheduler", "set", Json::writeString(Json::StreamWriterBuilder(), params));
-          return *result.response;
-        });
-    qrix::test::ExpectNulIsATypeError("Scheduler", param);
-  }
-  WriteSettings("");
-  CallApi("Scheduler", "set", R"({"schedule": "a\"b"})");
-  EXPECT_EQ(CallApi("Scheduler", "get", "{}").Data()["schedule"], "a\"b");
 }
 
 }  // namespace
