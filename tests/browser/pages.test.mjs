@@ -1,12 +1,14 @@
-// Every settings page in a real browser: one change per row, saved, checked in settings.conf
-// and after a reload; the NZB password is never shown and sent only when typed; a port clash
-// comes back as a clear message.
+// Every settings page in a real browser: one change per row, sent alone, saved, checked in
+// settings.conf and after a reload, each save reaching the scheduler; a switch disables what it
+// governs; bad numbers are refused on the page; the NZB password is never shown and sent only
+// when typed; a port clash comes back as a clear message; sign-in problems and ordinary users.
 import assert from 'node:assert/strict';
+import { readFile } from 'node:fs/promises';
+import path from 'node:path';
 import { before, describe, test } from 'node:test';
 
 import { kErrorTexts } from '../../ui/errors.js';
-import { newPage, recordCalls, save, settled, signIn } from
-  './support/browser.mjs';
+import { newPage, pageStatus, recordCalls, save, settled, signIn } from './support/browser.mjs';
 import { useDemoAndBrowser } from './support/demo.mjs';
 
 async function openPage(page, id) {
@@ -35,8 +37,14 @@ describe('settings pages', () => {
     await signIn(page, demo.url, demo.admin);
   });
 
-  test('a change is stored under its key and shown after a reload', async () => {
+  test('a change is sent alone, stored under its key and shown after a reload', async () => {
+    const hups = async () => Number(/hup=(\d+)/.exec(
+      await readFile(path.join(demo.state, 'log/scheduler-signals'), 'utf8'))?.[1]);
+    const hupsBefore = await hups();
     const rows = [
+      { page: 'ftp_http', field: 'ftp_max_conn', kind: 'fill', value: '65535', key: 'download_ftpmax', stored: '65535' },
+      { page: 'ftp_http', field: 'ftp_max_conn', kind: 'fill', value: ' 42 ', key: 'download_ftpmax', stored: '42', shown: '42' },
+      { page: 'ftp_http', field: 'ftp_http_max_download_rate', kind: 'fill', value: '750', key: 'download_http_dl_rate', stored: '750' },
       { page: 'bt', field: 'encrypt', kind: 'select', value: 'always', key: 'download_btencrypt', stored: 'always' },
       { page: 'bt', field: 'max_peer', kind: 'fill', value: '300', key: 'download_btmaxpeers', stored: '300' },
       { page: 'bt', field: 'enable_dht', kind: 'check', value: false, key: 'download_enable_dht', stored: 'no' },
@@ -54,8 +62,12 @@ describe('settings pages', () => {
       await openPage(page, row.page);
       const selector = `#${row.page}-${row.field}`;
       const before = await demo.settings();
+      const calls = recordCalls(page);
       await setControl(page, selector, row.kind, row.value);
       assert.equal(await save(page), 'Saved.', name);
+      const sent = Object.keys(calls.find((c) => c.method === 'set'))
+        .filter((k) => !['api', 'version', 'method', `bt_${row.field}`].includes(k));
+      assert.deepEqual(sent, [row.field], `${name}: only the changed field is sent`);
       const now = await demo.settings();
       assert.equal(now[row.key], row.stored, name);
       for (const key of Object.keys(before)) {
@@ -65,7 +77,33 @@ describe('settings pages', () => {
       await settled(page);
       assert.equal(await readControl(page, selector, row.kind), row.shown ?? row.value, name);
     }
+    // Each save signals the scheduler after its answer: give the last one a moment.
+    for (let i = 0; i < 50 && await hups() < hupsBefore + rows.length; ++i) {
+      await new Promise((r) => setTimeout(r, 100));
+    }
+    assert.equal(await hups(), hupsBefore + rows.length);
     assert.deepEqual(page.errors, []);
+  });
+
+  test('a limit follows its switch, and bad numbers never leave the page', async () => {
+    await openPage(page, 'ftp_http');
+    const limit = '#ftp_http-ftp_max_conn';
+    await page.uncheck('#ftp_http-enable_ftp_max_conn');
+    assert.ok(await page.isDisabled(limit));
+    await page.check('#ftp_http-enable_ftp_max_conn');
+    const before = await demo.settings();
+    const calls = recordCalls(page);
+    for (const [typed, error] of [['65536', 'Enter a number from 1 to 65535.'],
+      ['2.5', 'Enter a whole number.'], ['', 'Enter a number.']]) {
+      await page.fill(limit, typed);
+      assert.equal(await save(page), 'Please correct the marked fields.', typed);
+      assert.equal(await page.textContent(`${limit}-error`), error, typed);
+      assert.equal(await page.getAttribute(limit, 'aria-invalid'), 'true');
+    }
+    assert.deepEqual(calls.filter((c) => c.method === 'set'), []);
+    assert.deepEqual(await demo.settings(), before);
+    await page.reload();
+    await settled(page);
   });
 
   test('the NZB password is sent only when typed and never shown', async () => {
@@ -104,5 +142,22 @@ describe('settings pages', () => {
     const set = calls.find((c) => c.method === 'set');
     assert.equal(set.bt_dht_port, '4672', 'the clash check is asked for');
     assert.deepEqual(await demo.settings(), before, 'nothing written');
+  });
+
+  test('sign-in problems and ordinary users get clear messages', async () => {
+    const other = await newPage(shared.browser);
+    await other.goto(demo.url);
+    await other.fill('#login-account', demo.admin.account);
+    await other.fill('#login-passwd', `${demo.admin.passwd}x`);
+    await other.click('#login-submit');
+    await other.waitForFunction(() => document.querySelector('#login-status').textContent !== '');
+    assert.equal(await other.textContent('#login-status'), 'The account or password is wrong.');
+    // An ordinary account is offered only what it may use: its own download locations and
+    // what eMule shows it.
+    await signIn(other, demo.url, demo.user);
+    assert.deepEqual(await other.$$eval('#tabs a', (links) => links.map((a) => a.dataset.page)),
+      ['location', 'emule', 'emule_location']);
+    assert.equal(await pageStatus(other), '');
+    assert.deepEqual(other.errors, []);
   });
 });

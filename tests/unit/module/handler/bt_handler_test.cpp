@@ -38,32 +38,21 @@ class BtHandlerTest : public ::testing::Test {
 };
 
 TEST_F(BtHandlerTest, GetAnswersTheRecord) {
-  struct Case {
-    const char* file;
-    const char* want;
-  } const cases[] = {
-      {"",
-       R"({"tcp_port": 16881, "max_upload_rate": 20, "max_download_rate": 0, "seeding_ratio": 0,
-           "seeding_interval": 0, "enable_seeding_auto_remove": false, "enable_dht": true,
-           "dht_port": 6881, "max_peer": 100, "enable_port_forwarding": false,
-           "enable_preview": false, "encrypt": "disable"})"},
-      {"download_start_port=\"7000\"\ndownload_ul_rate=\"11\"\ndownload_dl_rate=\"12\"\n"
-       "download_seeding_ratio=\"13\"\ndownload_seeding_interval=\"14\"\n"
-       "download_seeding_auto_remove=\"yes\"\ndownload_enable_dht=\"no\"\n"
-       "download_dhtport=\"7001\"\ndownload_btmaxpeers=\"15\"\n"
-       "download_enable_bt_port_forwarding=\"yes\"\ndownload_enable_bt_preview=\"yes\"\n"
-       "download_btencrypt=\"always\"\n",
-       R"({"tcp_port": 7000, "max_upload_rate": 11, "max_download_rate": 12, "seeding_ratio": 13,
-           "seeding_interval": 14, "enable_seeding_auto_remove": true, "enable_dht": false,
-           "dht_port": 7001, "max_peer": 15, "enable_port_forwarding": true,
-           "enable_preview": true, "encrypt": "always"})"},
-  };
-  for (const Case& c : cases) {
-    WriteSettings(c.file);
-    const auto result = CallApi("BT", "get", "{}");
-    ASSERT_TRUE(result.Success());
-    EXPECT_EQ(result.Data(), Json(c.want));
-  }
+  WriteSettings(
+      "download_start_port=\"7000\"\ndownload_ul_rate=\"11\"\ndownload_dl_rate=\"12\"\n"
+      "download_seeding_ratio=\"13\"\ndownload_seeding_interval=\"14\"\n"
+      "download_seeding_auto_remove=\"yes\"\ndownload_enable_dht=\"no\"\n"
+      "download_dhtport=\"7001\"\ndownload_btmaxpeers=\"15\"\n"
+      "download_enable_bt_port_forwarding=\"yes\"\ndownload_enable_bt_preview=\"yes\"\n"
+      "download_btencrypt=\"always\"\n");
+  const auto result = CallApi("BT", "get", "{}");
+  ASSERT_TRUE(result.Success());
+  EXPECT_EQ(result.Data(),
+            Json(R"({"tcp_port": 7000, "max_upload_rate": 11, "max_download_rate": 12,
+                     "seeding_ratio": 13, "seeding_interval": 14,
+                     "enable_seeding_auto_remove": true, "enable_dht": false, "dht_port": 7001,
+                     "max_peer": 15, "enable_port_forwarding": true, "enable_preview": true,
+                     "encrypt": "always"})"));
   const struct {
     const char* stored;
     const char* want;

@@ -1,11 +1,10 @@
-// FTP/HTTP settings through the module's tables: defaults, what "set" writes, and a held lock.
-// The failures every handler shares are the commit queue's test.
+// FTP/HTTP settings through the module's tables: defaults and what "set" writes. The failures
+// every handler shares are the commit queue's test.
 #include <gtest/gtest.h>
 
 #include "module/dlcommon/download_info.h"
 #include "tests/support/api_call.h"
 #include "tests/support/files.h"
-#include "tests/support/lock_holder.h"
 
 namespace {
 
@@ -74,16 +73,6 @@ TEST(FtpHttpHandlerTest, SetWritesOnlyWhatTheRequestNames) {
     EXPECT_EQ(ReadText(qrix::test::kSettingsConf), c.after);
     EXPECT_EQ(qrix::test::CallbackNames(*result.response), "SchedulerSIGHUP");
   }
-}
-
-TEST(FtpHttpHandlerTest, AHeldLockWritesNothingButStillSucceeds) {
-  WriteSettings("download_ftpmax=\"5\"\n");
-  const qrix::test::LockHolder holder;
-  ASSERT_TRUE(holder.Holding());
-  const auto result = CallApi("FtpHttp", "set", R"({"ftp_max_conn": 4})");
-  EXPECT_TRUE(result.Success());
-  EXPECT_EQ(qrix::test::CallbackNames(*result.response), "SchedulerSIGHUP");
-  EXPECT_EQ(ReadText(qrix::test::kSettingsConf), "download_ftpmax=\"5\"\n");
 }
 
 }  // namespace

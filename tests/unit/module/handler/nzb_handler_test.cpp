@@ -45,10 +45,6 @@ TEST_F(NzbHandlerTest, GetAnswersTheRecordButNeverThePassword) {
     const char* file;
     const char* want;
   } const cases[] = {
-      {"",
-       R"({"server": "", "port": 119, "enable_encryption": false, "enable_auth": false,
-           "username": "", "conn_per_download": 2, "max_download_rate": 0,
-           "enable_parchive": false, "enable_remove_parfiles": false})"},
       {"download_nzb_server=\"news.example\"\ndownload_nzb_port=\"563\"\n"
        "download_nzb_encryption=\"yes\"\ndownload_nzb_auth=\"yes\"\ndownload_nzb_user=\"ann\"\n"
        "download_nzb_password_en=\"c2VjcmV0\"\ndownload_nzb_numconn=\"8\"\n"
