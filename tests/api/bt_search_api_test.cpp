@@ -27,7 +27,7 @@ TEST_F(HostTest, PluginsAreAddedOnlyAsUploadedFiles) {
   HostServer server;
   ApiClient alice(server);
   ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
-  const auto call = [&](const char* method, const Fields& fields = {}) {
+  const auto api = [&](const char* method, const Fields& fields = {}) {
     return alice.Call(kApi, method, fields);
   };
   const std::string plugin =
@@ -53,7 +53,7 @@ TEST_F(HostTest, PluginsAreAddedOnlyAsUploadedFiles) {
   type_error["name"] = "btsearch_plugin";
   type_error["reason"] = "type";
   for (const std::string& plain : {"\"" + planted + "\"", planted}) {
-    EXPECT_EQ(call("create", {{"btsearch_plugin", plain}}), ErrorEnvelope(120, type_error));
+    EXPECT_EQ(api("create", {{"btsearch_plugin", plain}}), ErrorEnvelope(120, type_error));
   }
   EXPECT_EQ(ReadText(planted), plugin) << "a plain value must never reach the module";
   type_error["name"] = "plugin_name";
@@ -61,7 +61,7 @@ TEST_F(HostTest, PluginsAreAddedOnlyAsUploadedFiles) {
 
   EXPECT_EQ(upload("btsearch_plugin"), ParseJson(R"({"success": true})"));
   const auto listed = [&](const char* name) {
-    const Json::Value list = call("list");
+    const Json::Value list = api("list");
     int count = 0;
     for (const Json::Value& p : list["data"]["plugins"]) {
       count += p["name"].asString() == name ? 1 : 0;
@@ -72,7 +72,7 @@ TEST_F(HostTest, PluginsAreAddedOnlyAsUploadedFiles) {
   EXPECT_EQ(listed("publicdomain"), 1);
   EXPECT_TRUE(std::filesystem::is_empty("/run/qrix/webapi/uploads"))
       << "the upload outlived its call";
-  EXPECT_EQ(call("delete", {{"plugin_names", R"(["publicdomain"])"}}),
+  EXPECT_EQ(api("delete", {{"plugin_names", R"(["publicdomain"])"}}),
             ParseJson(R"({"success": true})"));
   EXPECT_EQ(listed("publicdomain"), 0);
 }

@@ -5,6 +5,7 @@ import assert from 'node:assert/strict';
 import { readdir, readFile } from 'node:fs/promises';
 import path from 'node:path';
 import { describe, test } from 'node:test';
+import { fileURLToPath } from 'node:url';
 
 import { ApiError, decodeAnswer, encodeCall } from '../../ui/api.js';
 import { describeError, kErrorTexts, needsLogin } from '../../ui/errors.js';
@@ -13,8 +14,9 @@ import { kPages } from '../../ui/pages/index.js';
 import { formatSchedule, moveIndex, paintRect, parseSchedule } from '../../ui/schedule_grid.js';
 import { updatesFrom } from '../../ui/bt_search_page.js';
 import { requestParams } from '../../ui/settings_page.js';
-import { kRepo } from './support/demo.mjs';
 
+// Not the demo's support module: that loads the browser driver, and these tests need node alone.
+const kRepo = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
 const ones = '1'.repeat(168);
 const pattern = ('0'.repeat(9) + '1'.repeat(15)).repeat(7);
 
