@@ -92,8 +92,10 @@ int RunProgram(const std::string& path, const std::vector<std::string>& argv, st
     errno = EINVAL;
     return -1;
   }
-  // posix_spawn reports a failed exec, except where the spawn is emulated as a fork (qemu-arm);
-  // a program that is not there or not executable is then still -1, not a child's 127.
+  // posix_spawn rather than fork: a worker's address space is large, and copying its page
+  // tables only to exec costs more than the program it runs. It reports a failed exec itself,
+  // except where the spawn is emulated as a fork (qemu-arm): checking first keeps a missing or
+  // non-executable program -1 there too, not a child's 127.
   if (::access(path.c_str(), X_OK) != 0) {
     return -1;
   }
@@ -102,8 +104,6 @@ int RunProgram(const std::string& path, const std::vector<std::string>& argv, st
   if (out != nullptr && !MakePipe(&out_read, &out_write)) {
     return -1;
   }
-  // posix_spawn rather than fork: a worker's address space is large, and copying its page
-  // tables only to exec costs more than the program it runs. It also reports a failed exec.
   SpawnActions actions;
   if (!actions.Valid() ||
       posix_spawn_file_actions_addopen(&actions.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0) !=
