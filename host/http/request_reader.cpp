@@ -4,6 +4,7 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/http/read.hpp>
 #include <cctype>
+#include <iterator>
 
 namespace qrix::host {
 namespace {
@@ -68,6 +69,10 @@ bool Unambiguous(const http::request_parser<http::string_body>::value_type& head
          beast::iequals(Trimmed(head[http::field::transfer_encoding]), "chunked");
 }
 
+std::size_t FieldCount(const http::request_parser<http::string_body>::value_type& message) {
+  return static_cast<std::size_t>(std::distance(message.begin(), message.end()));
+}
+
 }  // namespace
 
 RequestReader::RequestReader(asio::ip::tcp::socket socket, std::string peer,
@@ -97,6 +102,7 @@ void RequestReader::OnHeader(const beast::error_code& ec) {
     return Finish(Classify(ec));
   }
   head_complete_ = true;
+  head_fields_ = FieldCount(parser_.get());
   if (!Unambiguous(parser_.get())) {
     return Finish(ReadResult::kMalformed);
   }
@@ -124,7 +130,14 @@ void RequestReader::ReadBody() {
                      if (self->aborted_) {
                        return self->Finish(ReadResult::kTimedOut);
                      }
-                     self->Finish(ec ? Classify(ec) : ReadResult::kOk);
+                     if (ec) {
+                       return self->Finish(Classify(ec));
+                     }
+                     // Fields after a chunked body (trailers) would join the head the checks
+                     // have already read: a second Host or a cookie nobody checked.
+                     self->Finish(FieldCount(self->parser_.get()) == self->head_fields_
+                                      ? ReadResult::kOk
+                                      : ReadResult::kMalformed);
                    });
 }
 

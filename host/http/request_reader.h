@@ -72,6 +72,7 @@ class RequestReader : public std::enable_shared_from_this<RequestReader> {
   std::chrono::steady_clock::time_point started_;
   Done done_;
   bool head_complete_ = false;
+  std::size_t head_fields_ = 0;
   bool aborted_ = false;
   bool finished_ = false;
   std::string answer_;

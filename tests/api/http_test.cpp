@@ -102,6 +102,10 @@ TEST_F(HttpTest, OversizeAndBrokenRequestsAreAnsweredAndTheServerGoesOn) {
        "POST /webapi/entry.cgi HTTP/1.1\r\n" + host +
            "Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n",
        "HTTP/1.1 400 Bad Request", ""},
+      {"a second Host header in the chunked body's trailer",
+       "POST /webapi/entry.cgi HTTP/1.1\r\n" + host +
+           "Transfer-Encoding: chunked\r\n\r\n0\r\nHost: evil.example\r\n\r\n",
+       "HTTP/1.1 400 Bad Request", ""},
       {"request that never ends",
        "GET / HTTP/1.1\r\n" + host + "X-Slow: ", "HTTP/1.1 408 Request Timeout", ""},
   };
