@@ -10,7 +10,9 @@
 //  5. Tests: tests/unit/module/handler/<name>_handler_test.cpp and an API test over HTTP.
 #include "module/setting.h"
 
+#include <array>
 #include <iterator>
+#include <utility>
 
 #include "module/common/param_check.h"
 #include "module/handler/bt_handler.h"
@@ -217,93 +219,61 @@ constexpr ParamRule kSetNzb[] = {
     Int("conn_per_download"),
 };
 
-bool CheckSetEmuleLocation(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kSetEmuleLocation);
-}
-bool CheckSetSchedulerSetting(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kSetScheduler);
-}
-bool CheckSetLocationSetting(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kSetLocation);
-}
-bool CheckSetFtpHttpSetting(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kSetFtpHttp);
-}
-bool CheckSetBTSetting(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kSetBt);
-}
-bool CheckSetEmuleSetting(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kSetEmule);
-}
-bool CheckSetGlobalSetting(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kSetGlobal);
-}
-bool CheckSetBTSearchAccount(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kSetBtSearchAccount);
-}
-bool CheckGetBTSearchAccount(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kGetBtSearchAccount);
-}
-bool CheckVerifyBTSearchAccount(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kVerifyBtSearchAccount);
-}
-bool CheckCreateBTSearch(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kCreateBtSearch);
-}
-bool CheckUpdateBTSearch(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kPluginNames);
-}
-bool CheckDeleteBTSearch(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kPluginNames);
-}
-bool CheckSetRssSetting(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kSetRss);
-}
-bool CheckSetNzbSetting(APIRequest* q, APIResponse* r) {
-  return QRIXDL::CheckParams(q, r, kSetNzb);
-}
-bool CheckNoParams(APIRequest*, APIResponse*) {
-  return true;
-}
-
-#define QRIXDL_CHECK(api, method, func) \
-  { QRIXDL_API(api), 1, method, func, 0, 0 }
+constexpr std::span<const ParamRule> kNoParams;
 
 // Order fixed by the host contract; it differs from the API table's on purpose.
-const QRIX::APICheckTableEntry kCheckTable[] = {
-    QRIXDL_CHECK("Emule.Location", "set", CheckSetEmuleLocation),
-    QRIXDL_CHECK("Emule.Location", "get", CheckNoParams),
-    QRIXDL_CHECK("Scheduler", "set", CheckSetSchedulerSetting),
-    QRIXDL_CHECK("Scheduler", "get", CheckNoParams),
-    QRIXDL_CHECK("Location", "set", CheckSetLocationSetting),
-    QRIXDL_CHECK("Location", "get", CheckNoParams),
-    QRIXDL_CHECK("FtpHttp", "set", CheckSetFtpHttpSetting),
-    QRIXDL_CHECK("FtpHttp", "get", CheckNoParams),
-    QRIXDL_CHECK("BT", "set", CheckSetBTSetting),
-    QRIXDL_CHECK("BT", "get", CheckNoParams),
-    QRIXDL_CHECK("Emule", "set", CheckSetEmuleSetting),
-    QRIXDL_CHECK("Emule", "get", CheckNoParams),
-    QRIXDL_CHECK("Global", "read_progress", CheckNoParams),
-    QRIXDL_CHECK("Global", "set", CheckSetGlobalSetting),
-    QRIXDL_CHECK("Global", "get", CheckNoParams),
-    QRIXDL_CHECK("BTSearch", "set", CheckSetBTSearchAccount),
-    QRIXDL_CHECK("BTSearch", "get", CheckGetBTSearchAccount),
-    QRIXDL_CHECK("BTSearch", "verify", CheckVerifyBTSearchAccount),
-    QRIXDL_CHECK("BTSearch", "create", CheckCreateBTSearch),
-    QRIXDL_CHECK("BTSearch", "list", CheckNoParams),
-    QRIXDL_CHECK("BTSearch", "update", CheckUpdateBTSearch),
-    QRIXDL_CHECK("BTSearch", "update_check", CheckNoParams),
-    QRIXDL_CHECK("BTSearch", "delete", CheckDeleteBTSearch),
-    QRIXDL_CHECK("Rss", "set", CheckSetRssSetting),
-    QRIXDL_CHECK("Rss", "get", CheckNoParams),
-    QRIXDL_CHECK("Nzb", "set", CheckSetNzbSetting),
-    QRIXDL_CHECK("Nzb", "get", CheckNoParams),
-    {nullptr, 0, nullptr, nullptr, 0, 0},
+constexpr QRIXDL::CheckedMethod kCheckedMethods[] = {
+    {QRIXDL_API("Emule.Location"), "set", kSetEmuleLocation},
+    {QRIXDL_API("Emule.Location"), "get", kNoParams},
+    {QRIXDL_API("Scheduler"), "set", kSetScheduler},
+    {QRIXDL_API("Scheduler"), "get", kNoParams},
+    {QRIXDL_API("Location"), "set", kSetLocation},
+    {QRIXDL_API("Location"), "get", kNoParams},
+    {QRIXDL_API("FtpHttp"), "set", kSetFtpHttp},
+    {QRIXDL_API("FtpHttp"), "get", kNoParams},
+    {QRIXDL_API("BT"), "set", kSetBt},
+    {QRIXDL_API("BT"), "get", kNoParams},
+    {QRIXDL_API("Emule"), "set", kSetEmule},
+    {QRIXDL_API("Emule"), "get", kNoParams},
+    {QRIXDL_API("Global"), "read_progress", kNoParams},
+    {QRIXDL_API("Global"), "set", kSetGlobal},
+    {QRIXDL_API("Global"), "get", kNoParams},
+    {QRIXDL_API("BTSearch"), "set", kSetBtSearchAccount},
+    {QRIXDL_API("BTSearch"), "get", kGetBtSearchAccount},
+    {QRIXDL_API("BTSearch"), "verify", kVerifyBtSearchAccount},
+    {QRIXDL_API("BTSearch"), "create", kCreateBtSearch},
+    {QRIXDL_API("BTSearch"), "list", kNoParams},
+    {QRIXDL_API("BTSearch"), "update", kPluginNames},
+    {QRIXDL_API("BTSearch"), "update_check", kNoParams},
+    {QRIXDL_API("BTSearch"), "delete", kPluginNames},
+    {QRIXDL_API("Rss"), "set", kSetRss},
+    {QRIXDL_API("Rss"), "get", kNoParams},
+    {QRIXDL_API("Nzb"), "set", kSetNzb},
+    {QRIXDL_API("Nzb"), "get", kNoParams},
 };
-static_assert(std::size(kCheckTable) == 28);
+
+// The host calls a check function with the request alone, so each row gets its own.
+template <size_t I>
+bool CheckRow(APIRequest* request, APIResponse* response) {
+  return QRIXDL::CheckParams(request, response, kCheckedMethods[I].rules);
+}
+
+template <size_t... I>
+constexpr std::array<QRIX::APICheckTableEntry, sizeof...(I) + 1> MakeCheckTable(
+    std::index_sequence<I...>) {
+  return {{{kCheckedMethods[I].api, 1, kCheckedMethods[I].method, &CheckRow<I>, 0, 0}...,
+           {nullptr, 0, nullptr, nullptr, 0, 0}}};
+}
+
+constexpr auto kCheckTable = MakeCheckTable(std::make_index_sequence<std::size(kCheckedMethods)>());
+static_assert(kCheckTable.size() == 28);
 
 }  // namespace
 
+std::span<const QRIXDL::CheckedMethod> QRIXDL::CheckedMethods() {
+  return kCheckedMethods;
+}
+
 extern "C" const QRIX::APICheckTableEntry* GetAPICheckTable() {
-  return kCheckTable;
+  return kCheckTable.data();
 }
