@@ -1,0 +1,256 @@
+// Every parameter of every method the module's check table lists, over HTTP: hostile values, and
+// every method without a session, with a wrong token, from a foreign Host or Origin, and as an
+// ordinary account where the policy says administrators only. Generated from the module's own
+// tables, so a new method or parameter is swept without new test code.
+#include <json/json.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "module/setting.h"
+#include "tests/api/host_fixture.h"
+#include "tests/support/accounts.h"
+#include "tests/support/btsearch_fixture.h"
+#include "tests/support/fake_scheduler.h"
+#include "tests/support/files.h"
+#include "tests/support/pgsql_server.h"
+
+namespace qrix::test {
+namespace {
+
+constexpr const char* kSmuggled = "/tmp/smuggled";
+// Everything the product keeps that a "set" may rewrite.
+constexpr const char* kKeptFiles[] = {
+    kSettingsConf,
+    "/var/packages/Haulport/etc/amule/shareddir.dat",
+    "/var/packages/Haulport/etc/amule/qrixuser_default_destination.conf",
+    "/var/qrix/etc/services/qrixdownload_port.conf",
+};
+// The codes the README documents for these methods; 100 and 110 (no outcome, crash) are not.
+const std::set<int> kDocumented = {101,  102,  103,  104,  105,  106,  107,  108,  117,  120,  403,
+                                   407,  501,  502,  503,  504,  505,  506,  508,  509,  511,  512,
+                                   514,  515,  516,  517,  518,  519,  1000, 1001, 1002, 1003, 1004,
+                                   1005, 1006, 1201, 1207, 1208, 1209, 1400, 1401, 1402, 1403, 1404,
+                                   1405, 1406, 1800, 1802, 1803, 1805, 1806};
+const std::set<std::string> kScriptOptions = {"-a", "-b", "-d", "-k", "-l", "-n", "-p", "-t", "-u"};
+
+std::string TaskRecords() {
+  return PgsqlServer::Query("SELECT * FROM user_setting ORDER BY username");
+}
+
+std::map<std::string, std::string> Snapshot() {
+  std::map<std::string, std::string> files;
+  for (const char* path : kKeptFiles) {
+    files[path] = ReadText(path);
+  }
+  return files;
+}
+
+// A value the method would take, so that a refusal in front of it has something to refuse.
+std::string PlainValue(const QRIXDL::ParamRule& rule) {
+  switch (rule.type) {
+    case QRIXDL::ParamType::kInt:
+      return std::to_string(rule.condition == QRIXDL::Condition::kRange ? rule.max : 7);
+    case QRIXDL::ParamType::kBool:
+      return "true";
+    case QRIXDL::ParamType::kArray:
+      return R"(["video"])";
+    case QRIXDL::ParamType::kString:
+      break;
+  }
+  if (rule.condition == QRIXDL::Condition::kOneOf) {
+    return ParseJson(rule.one_of)[0].toStyledString();
+  }
+  return rule.condition == QRIXDL::Condition::kVolume ? R"("/volume1")" : R"("video")";
+}
+
+class HostileTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) {
+      return;
+    }
+    ASSERT_TRUE(PgsqlServer::Get().Start());
+    PgsqlServer::Query("DELETE FROM user_setting");
+    WriteSettings("download_enable_amule=\"yes\"\ndownload_other=\"untouched\"\n");
+    WriteShares("[video]\npath=\"/volume1/video\"\nread_write=\"alice, bob\"\n");
+    std::filesystem::create_directories("/volume1/@download");
+    Remove("/var/services/download");
+    std::filesystem::create_symlink("/volume1/@download", "/var/services/download");
+    for (const char* path : kKeptFiles) {
+      if (path != std::string(kSettingsConf)) {
+        Remove(path);
+      }
+    }
+    Remove(kSmuggled);
+    WriteText("/var/qrix/etc/firewall.conf", "reload_hook=\"/bin/true\"\n");
+    scheduler_ = std::make_unique<FakeScheduler>();
+    amuled_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amuled.pid");
+    cgid_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amulecgid.pid");
+    server_ = std::make_unique<HostServer>();
+    alice_ = std::make_unique<ApiClient>(*server_);
+    ASSERT_TRUE(alice_->Login(kAlice)["success"].asBool());
+  }
+
+  BtSearchFixture search_;
+  std::unique_ptr<FakeScheduler> scheduler_, amuled_, cgid_;
+  std::unique_ptr<HostServer> server_;
+  std::unique_ptr<ApiClient> alice_;
+};
+
+TEST_F(HostileTest, EveryParameterOfEveryMethodTakesHostileValues) {
+  const std::string megabyte = "\"" + std::string(1 << 20, 'm') + "\"";
+  const std::string values[] = {
+      R"({"a": 1})",
+      R"([1, "x"])",
+      "null",
+      "true",
+      "1.5",
+      "2147483647",
+      "2147483648",
+      "-2147483648",
+      "-2147483649",
+      "-1",
+      "99999999999999999999999",
+      R"("")",
+      megabyte,
+      R"("a\u0000b")",
+      R"("\"'`")",
+      R"("\\x\\")",
+      R"("x\"\ndownload_other=\"poisoned\"\nsmuggled_key=\"1")",
+      "\"x\r\ny\"",
+      R"("../../../../etc/shadow")",
+      R"("/etc")",
+      R"~("$(touch /tmp/smuggled)`touch /tmp/smuggled`;touch /tmp/smuggled|x&y")~",
+      R"("--help")",
+      R"("x'; DROP TABLE user_setting; --")",
+      "\"\xff\xfe\xc3\x28\"",
+      R"~(["../x", "$(touch /tmp/smuggled)", "a\nb", 5])~",
+  };
+  int tried = 0;
+  std::map<int, int> codes;
+  for (const QRIXDL::CheckedMethod& method : QRIXDL::CheckedMethods()) {
+    std::vector<std::string> names;
+    for (const QRIXDL::ParamRule& rule : method.rules) {
+      names.push_back(rule.name);
+    }
+    if (names.empty()) {
+      names.push_back("unexpected");  // a method that takes none must ignore it
+    }
+    // A query per request would cost more than the sweep: the records are compared per method.
+    const std::string records = TaskRecords();
+    bool any_success = false;
+    for (const std::string& name : names) {
+      for (const std::string& value : values) {
+        SCOPED_TRACE(std::string(method.api) + " " + method.method + " " + name + "=" +
+                     value.substr(0, 60));
+        const auto before = Snapshot();
+        const Json::Value reply = alice_->Call(method.api, method.method, {{name, value}});
+        ++tried;
+        ASSERT_TRUE(reply.isObject()) << "no answer: the worker crashed or hung";
+        any_success = any_success || reply["success"].asBool();
+        const int code = reply["success"].asBool() ? 0 : reply["error"]["code"].asInt();
+        ++codes[code];
+        EXPECT_TRUE(code == 0 || kDocumented.count(code)) << reply;
+        // Refused by the host or the parameter check: the method never ran. (A method's own
+        // failure may come after what it wrote, as each method's tests show.)
+        if (code != 0 && code < 200) {
+          EXPECT_EQ(Snapshot(), before) << "a refused request wrote";
+        }
+        const ParsedKv settings = ParseKvStrict(ReadText(kSettingsConf));
+        ASSERT_TRUE(settings.ok) << settings.bad_line;
+        EXPECT_EQ(settings.values.at("download_other"), "untouched");
+        EXPECT_EQ(settings.values.count("smuggled_key"), 0u);
+      }
+    }
+    if (!any_success) {
+      EXPECT_EQ(TaskRecords(), records) << method.api << " " << method.method;
+    }
+  }
+  // Whatever was stored, sh reads back as the module does, and sourcing it runs nothing.
+  for (const auto& [key, value] : ReadSettings()) {
+    EXPECT_EQ(SourcedValue(kSettingsConf, key), value) << key;
+  }
+  for (const char* path : kKeptFiles) {
+    EXPECT_EQ(ReadText(path).find("smuggled_key"), std::string::npos) << path;
+  }
+  EXPECT_FALSE(std::filesystem::exists(kSmuggled)) << "a program ran a smuggled command";
+  // The search script got each value as one argument after its option, never as an option.
+  for (const ScriptCall& call : search_.Calls()) {
+    for (size_t i = 0; i < call.argv.size(); i += 2) {
+      EXPECT_TRUE(kScriptOptions.count(call.argv[i])) << call.argv[i];
+    }
+  }
+  EXPECT_GT(tried, 1500);
+  std::printf("hostile sweep: %d requests over %zu methods; answers:", tried,
+              QRIXDL::CheckedMethods().size());
+  for (const auto& [code, count] : codes) {
+    std::printf(" %d x%d", code, count);
+  }
+  std::printf("\n");
+}
+
+// Each refusal comes before the method runs: nothing it would have written is written.
+TEST_F(HostileTest, EveryMethodRefusesCallersWithoutTheRightToIt) {
+  ApiClient bob(*server_);
+  ASSERT_TRUE(bob.Login(kBob)["success"].asBool());
+  ApiClient nobody(*server_);
+  ApiClient wrong_token(*server_);
+  ASSERT_TRUE(wrong_token.Login(kAlice)["success"].asBool());
+  wrong_token.token = "0123456789abcdef";
+  const Json::Value policy =
+      ParseJson(ReadText(QRIX_SOURCE_DIR "/module/haulport_setting.policy.json"));
+  std::set<std::string> open;
+  for (const Json::Value& api : policy["open_to_every_user"]) {
+    open.insert(api.asString());
+  }
+  int refused = 0;
+  for (const QRIXDL::CheckedMethod& method : QRIXDL::CheckedMethods()) {
+    SCOPED_TRACE(std::string(method.api) + " " + method.method);
+    Fields fields = {{"api", method.api}, {"version", "1"}, {"method", method.method}};
+    for (const QRIXDL::ParamRule& rule : method.rules) {
+      fields.emplace_back(rule.name, PlainValue(rule));
+    }
+    const std::string form = FormEncode(fields);
+    const auto before = Snapshot();
+    const std::string records = TaskRecords();
+    struct Attempt {
+      const ApiClient& client;
+      std::vector<std::string> headers;
+      long status;
+      int code;
+    };
+    std::vector<Attempt> attempts = {
+        {nobody, {}, 200, 106},
+        {wrong_token, {}, 200, 107},
+        {*alice_, {"Host: rebound.example"}, 421, 0},
+        {*alice_, {"Origin: http://evil.example"}, 403, 0},
+    };
+    if (!open.count(method.api)) {
+      attempts.push_back({bob, {}, 200, 105});
+    }
+    for (const Attempt& attempt : attempts) {
+      HttpCall call = attempt.client.Post(form);
+      call.headers.insert(call.headers.end(), attempt.headers.begin(), attempt.headers.end());
+      const HttpReply reply = attempt.client.Send(call);
+      EXPECT_EQ(reply.status, attempt.status) << reply.body;
+      if (attempt.code != 0) {
+        EXPECT_EQ(ParseJson(reply.body), ErrorEnvelope(attempt.code)) << reply.body;
+      }
+      ++refused;
+    }
+    EXPECT_EQ(Snapshot(), before);
+    EXPECT_EQ(TaskRecords(), records);
+  }
+  EXPECT_GE(refused, 4 * 27);
+  std::printf("access sweep: %d refused requests\n", refused);
+}
+
+}  // namespace
+}  // namespace qrix::test
