@@ -2,9 +2,16 @@
 // every method without a session, with a wrong token, from a foreign Host or Origin, and as an
 // ordinary account where the policy says administrators only. Generated from the module's own
 // tables, so a new method or parameter is swept without new test code.
+#include <fcntl.h>
 #include <json/json.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -250,6 +257,39 @@ TEST_F(HostileTest, EveryMethodRefusesCallersWithoutTheRightToIt) {
   }
   EXPECT_GE(refused, 4 * 27);
   std::printf("access sweep: %d refused requests\n", refused);
+}
+
+// The package's etc directory on a file system with no room left: the "set" fails as a failed
+// write does, the old file stays whole with no scrap beside it, and once there is room again the
+// next "set" works.
+TEST_F(HostileTest, AFullDiskKeepsTheOldSettingsAndTheNextSetWorks) {
+  const std::string etc = "/var/packages/Haulport/etc";
+  const std::string old = ReadText(kSettingsConf);
+  ASSERT_EQ(::mount("tmpfs", etc.c_str(), "tmpfs", 0, "size=64k,mode=0755"), 0)
+      << std::strerror(errno);
+  const auto unmount = [](const std::string* dir) { ::umount2(dir->c_str(), MNT_DETACH); };
+  const std::unique_ptr<const std::string, decltype(unmount)> mounted(&etc, unmount);
+  WriteText(kSettingsConf, old);
+  {
+    UniqueFd filler(::open((etc + "/filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const std::string block(512, 'f');
+    while (::write(filler.Get(), block.data(), block.size()) > 0) {
+    }
+    ASSERT_EQ(errno, ENOSPC);
+  }
+  const std::string api = "QRIX.Haulport2.Setting.FtpHttp";
+  EXPECT_EQ(alice_->Call(api, "set", {{"ftp_max_conn", "17"}}), ErrorEnvelope(505));
+  EXPECT_EQ(ReadText(kSettingsConf), old);
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(etc)) {
+    names.push_back(entry.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"filler", "settings.conf"}));
+
+  Remove(etc + "/filler");
+  EXPECT_TRUE(alice_->Call(api, "set", {{"ftp_max_conn", "17"}})["success"].asBool());
+  EXPECT_EQ(ReadSettings()["download_ftpmax"], "17");
 }
 
 }  // namespace
