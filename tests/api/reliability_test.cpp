@@ -8,15 +8,21 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
 
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <random>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "module/setting.h"
@@ -76,7 +82,7 @@ std::string PlainValue(const QRIXDL::ParamRule& rule) {
   return rule.condition == QRIXDL::Condition::kVolume ? R"("/volume1")" : R"("video")";
 }
 
-class HostileTest : public HostTest {
+class ReliabilityTest : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
@@ -111,7 +117,7 @@ class HostileTest : public HostTest {
   std::unique_ptr<ApiClient> alice_;
 };
 
-TEST_F(HostileTest, EveryParameterOfEveryMethodTakesHostileValues) {
+TEST_F(ReliabilityTest, EveryParameterOfEveryMethodTakesHostileValues) {
   const std::string megabyte = "\"" + std::string(1 << 20, 'm') + "\"";
   const std::string values[] = {
       R"({"a": 1})",
@@ -204,7 +210,7 @@ TEST_F(HostileTest, EveryParameterOfEveryMethodTakesHostileValues) {
 }
 
 // Each refusal comes before the method runs: nothing it would have written is written.
-TEST_F(HostileTest, EveryMethodRefusesCallersWithoutTheRightToIt) {
+TEST_F(ReliabilityTest, EveryMethodRefusesCallersWithoutTheRightToIt) {
   ApiClient bob(*server_);
   ASSERT_TRUE(bob.Login(kBob)["success"].asBool());
   ApiClient nobody(*server_);
@@ -262,7 +268,7 @@ TEST_F(HostileTest, EveryMethodRefusesCallersWithoutTheRightToIt) {
 // The package's etc directory on a file system with no room left: the "set" fails as a failed
 // write does, the old file stays whole with no scrap beside it, and once there is room again the
 // next "set" works.
-TEST_F(HostileTest, AFullDiskKeepsTheOldSettingsAndTheNextSetWorks) {
+TEST_F(ReliabilityTest, AFullDiskKeepsTheOldSettingsAndTheNextSetWorks) {
   const std::string etc = "/var/packages/Haulport/etc";
   const std::string old = ReadText(kSettingsConf);
   ASSERT_EQ(::mount("tmpfs", etc.c_str(), "tmpfs", 0, "size=64k,mode=0755"), 0)
@@ -290,6 +296,128 @@ TEST_F(HostileTest, AFullDiskKeepsTheOldSettingsAndTheNextSetWorks) {
   Remove(etc + "/filler");
   EXPECT_TRUE(alice_->Call(api, "set", {{"ftp_max_conn", "17"}})["success"].asBool());
   EXPECT_EQ(ReadSettings()["download_ftpmax"], "17");
+}
+
+// The ordinary suite runs a sample; scripts/stress sets QRIX_STRESS=1 for the full counts.
+int Count(int sample, int full) {
+  const char* stress = std::getenv("QRIX_STRESS");
+  return stress != nullptr && std::string(stress) == "1" ? full : sample;
+}
+
+// The processes whose parent is `parent`: the host's workers and what they started.
+std::vector<pid_t> ChildrenOf(pid_t parent) {
+  std::vector<pid_t> children;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const std::string stat = ReadText(entry.path() / "stat");
+    const size_t end = stat.rfind(')');
+    int ppid = 0;
+    if (end != std::string::npos && std::sscanf(stat.c_str() + end + 2, "%*c %d", &ppid) == 1 &&
+        ppid == parent) {
+      children.push_back(std::stoi(entry.path().filename()));
+    }
+  }
+  return children;
+}
+
+// Workers killed at random moments of a "set" of a random number of keys: the file always
+// parses, and each key holds its old or its new value.
+TEST_F(ReliabilityTest, AWorkerKilledMidSetLeavesEachKeyOldOrNew) {
+  const std::pair<const char*, const char*> params[] = {
+      {"max_upload_rate", "download_ul_rate"},
+      {"max_download_rate", "download_dl_rate"},
+      {"seeding_ratio", "download_seeding_ratio"},
+      {"seeding_interval", "download_seeding_interval"},
+      {"enable_preview", "download_enable_bt_preview"},
+  };
+  std::mt19937 random(std::random_device{}());
+  std::map<std::string, std::string> now = ReadSettings();
+  const int kills = Count(40, 1000);
+  int answered = 0;
+  for (int round = 1; round <= kills; ++round) {
+    Fields fields;
+    std::map<std::string, std::string> sent;
+    const size_t keys = 1 + random() % std::size(params);
+    for (size_t i = 0; i < keys; ++i) {
+      const bool flag = params[i].first == std::string("enable_preview");
+      fields.emplace_back(params[i].first,
+                          flag ? (round % 2 ? "true" : "false") : std::to_string(round));
+      sent[params[i].second] = flag ? (round % 2 ? "yes" : "no") : std::to_string(round);
+    }
+    std::thread killer([&] {
+      std::this_thread::sleep_for(std::chrono::microseconds(random() % 15000));
+      for (const pid_t worker : ChildrenOf(server_->Pid())) {
+        ::kill(worker, SIGKILL);
+      }
+    });
+    answered += alice_->Call("QRIX.Haulport2.Setting.BT", "set", fields).isObject();
+    killer.join();
+    const ParsedKv after = ParseKvStrict(ReadText(kSettingsConf));
+    ASSERT_TRUE(after.ok) << "round " << round << ": " << after.bad_line;
+    for (const auto& [key, value] : sent) {
+      const auto found = after.values.find(key);
+      const std::string got = found == after.values.end() ? "" : found->second;
+      ASSERT_TRUE(got == value || got == now[key]) << "round " << round << " " << key << "=" << got;
+    }
+    now = after.values;
+  }
+  EXPECT_TRUE(server_->Running());
+  std::printf("kill -9 mid-set: %d rounds, %d answered before the kill\n", kills, answered);
+}
+
+// Clients setting their own keys at once lose no update: each client's last value is what "get"
+// reads at the end.
+TEST_F(ReliabilityTest, ConcurrentSetsLoseNoUpdate) {
+  const std::pair<const char*, const char*> owned[] = {
+      {"BT", "max_upload_rate"},
+      {"BT", "max_download_rate"},
+      {"BT", "seeding_ratio"},
+      {"BT", "seeding_interval"},
+      {"FtpHttp", "ftp_max_conn"},
+      {"FtpHttp", "ftp_http_max_download_rate"},
+      {"Nzb", "max_download_rate"},
+      {"Nzb", "conn_per_download"},
+      {"Scheduler", "download_rate"},
+      {"Scheduler", "upload_rate"},
+      {"Rss", "update_interval"},
+      {"Emule", "upload_rate"},
+      {"Emule", "download_rate"},
+      {"Emule", "schedule_upload_rate"},
+      {"Emule", "schedule_download_rate"},
+      {"Nzb", "username"},
+  };
+  const int sets = Count(20, 500);
+  std::vector<std::thread> clients;
+  std::atomic<int> failed = 0;
+  for (const auto& [api, param] : owned) {
+    clients.emplace_back([&, api, param] {
+      ApiClient client(*server_);
+      if (!client.Login(kAlice)["success"].asBool()) {
+        ++failed;
+        return;
+      }
+      for (int i = 1; i <= sets; ++i) {
+        const std::string value =
+            param == std::string("username") ? "\"u" + std::to_string(i) + "\"" : std::to_string(i);
+        failed += !client
+                       .Call(std::string("QRIX.Haulport2.Setting.") + api, "set",
+                             {{param, value}})["success"]
+                       .asBool();
+      }
+    });
+  }
+  for (std::thread& client : clients) {
+    client.join();
+  }
+  EXPECT_EQ(failed, 0);
+  for (const auto& [api, param] : owned) {
+    const Json::Value data =
+        alice_->Call(std::string("QRIX.Haulport2.Setting.") + api, "get")["data"];
+    const Json::Value want = param == std::string("username")
+                                 ? Json::Value("u" + std::to_string(sets))
+                                 : Json::Value(sets);
+    EXPECT_EQ(data[param], want) << api << " " << param;
+  }
+  std::printf("concurrent sets: %zu clients x %d sets\n", std::size(owned), sets);
 }
 
 }  // namespace
