@@ -18,6 +18,18 @@ QRIX_EXPORT int QRIXDLAmuleVolumeSet(const char* volume);
 
 #ifdef __cplusplus
 }
+
+#include <string>
+#include <string_view>
+
+namespace qrixdl {
+
+// The rewriting alone: `text` taken in the pieces fgets makes of it with a 1024-byte buffer (up
+// to a newline or 1023 bytes, each read as a C string), "TempDir=" and "Address=" pieces
+// replaced as above, the others kept.
+QRIX_EXPORT std::string AmuleConfForVolume(std::string_view text, const char* volume);
+
+}  // namespace qrixdl
 #endif
 
 #endif /* HAULPORT_MODULE_DLCOMMON_AMULE_CONF_SET_H_ */
