@@ -7,8 +7,8 @@ set(QRIX_LIB_DIR ${QRIX_PREFIX}/lib)
 set(HAULPORT_TARGET /var/packages/Haulport/target)
 set(HAULPORT_LIB_DIR ${HAULPORT_TARGET}/lib)
 
-# Installed programs and libraries find the platform's libraries relative to themselves, the
-# package's beside themselves and the platform's in /usr/qrix/lib.
+# Installed programs and libraries find the libraries they need relative to themselves
+# ($ORIGIN): the package's two beside each other, the platform's in /usr/qrix/lib.
 set_target_properties(
   qrix_webapi qrix_vlibc qrix_system qrix_accounts qrix_shares qrix_db qrix_dlbase qrix_amule
   qrix_volume qrix_task
