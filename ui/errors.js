@@ -34,7 +34,9 @@ export const kErrorTexts = {
   516: 'A helper program failed.',
   517: 'That port is already used by another service. Choose a different port.',
   518: 'The firewall rules could not be reloaded.',
-  519: 'The download folder settings of your account could not be read.',
+  519:
+    'The download folder settings of your account could not be read: the download database ' +
+    '(PostgreSQL) is not installed, not running or not set up.',
   1000: 'The Xunlei account could not be set.',
   1001: 'The database service is not running.',
   1002: 'The download service could not be stopped.',

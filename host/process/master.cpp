@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <syslog.h>
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -143,6 +144,9 @@ int Master::Run() {
   Accept();
   WaitForSignal();
   Sweep();
+  // Under systemd (Type=notify) the service counts as started from here; elsewhere
+  // NOTIFY_SOCKET is unset and this does nothing.
+  ::sd_notify(0, "READY=1");
   io_.run();
   return 0;
 }
@@ -489,6 +493,7 @@ void Master::BeginStop() {
     return;
   }
   stopping_ = true;
+  ::sd_notify(0, "STOPPING=1");
   stop_deadline_ = Clock::now() + std::chrono::seconds(settings_.request_timeout) + kKillGrace;
   boost::system::error_code ignored;
   acceptor_.close(ignored);
