@@ -1,13 +1,12 @@
-// BT search over HTTP: plug-ins arrive only as uploaded files, and the update check reaches its
-// server from a worker. The methods' commands and codes are the handler test's; the page's test
-// drives the demo's search script end to end.
+// BT search over HTTP: plug-ins arrive only as uploaded files. The methods' commands and codes,
+// and the update check, are the handler test's; the page's test drives the demo's search script
+// end to end.
 #include <filesystem>
 #include <string>
 
 #include "tests/api/host_fixture.h"
 #include "tests/support/btsearch_fixture.h"
 #include "tests/support/files.h"
-#include "tests/support/update_server.h"
 
 namespace qrix::test {
 namespace {
@@ -77,22 +76,6 @@ TEST_F(HostTest, PluginsAreAddedOnlyAsUploadedFiles) {
   EXPECT_EQ(api("delete", {{"plugin_names", R"(["publicdomain"])"}}),
             ParseJson(R"({"success": true})"));
   EXPECT_EQ(listed("publicdomain"), 0);
-}
-
-// The update check leaves from the worker that serves the call, to the server the settings name.
-TEST_F(HostTest, UpdateCheckAsksTheServerOverHttp) {
-  UpdateServer update_server;
-  WriteSettings("btsearch_server=\"" + update_server.Address() + "\"\n");
-  HostServer server;
-  ApiClient alice(server);
-  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
-  update_server.Answer(200, R"({"plugins": [{"name": "linuxiso", "version": "1.3"}]})");
-  EXPECT_EQ(alice.Call(kApi, "update_check"), ParseJson(R"({"success": true,
-                          "data": {"plugins": [{"name": "linuxiso", "version": "1.3"}]}})"));
-  ASSERT_EQ(update_server.Targets().size(), 1u);
-  EXPECT_TRUE(update_server.Targets()[0].starts_with("/btsearchupdate/check?client_major=3&"));
-  update_server.Answer(200, R"({"success": false})");
-  EXPECT_EQ(alice.Call(kApi, "update_check"), ErrorEnvelope(1405));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// The FTP/HTTP, BitTorrent, Scheduler, RSS and NZB APIs over HTTP: what each "set" leaves on
-// disk, the signals the scheduler gets after the answer (one request at a time), what "get"
-// reads back, and refusals that change nothing.
+// The settings APIs over HTTP: what a "set" leaves on disk, the signals the scheduler gets after
+// the answer (one request at a time), what "get" reads back, and refusals that change nothing.
+// Each handler's own rules are the settings handlers' unit test.
 #include <json/json.h>
 #include <sys/stat.h>
 
@@ -84,12 +84,6 @@ TEST_F(SettingsApiTest, EachSetWritesItsKeysSignalsAndReadsBack) {
        {1, 0, 0},
        0,
        R"({"order": "user", "download_rate": 100, "max_tasks_limit": 50})"},
-      {"FtpHttp",
-       {{"ftp_max_conn", "7"}},
-       {{"download_ftpmax", "7"}},
-       {1, 0, 0},
-       0,
-       R"({"ftp_max_conn": 7})"},
       {"Rss",
        {{"update_interval", "5"}},
        {{"download_rss_update_interval", "300"}},

@@ -166,5 +166,26 @@ TEST_F(WorkersTest, StopWaitsForBusyWorkersToFinish) {
   EXPECT_EQ(::access(kCallbackDoneFile, F_OK), 0) << "the busy worker was cut short";
 }
 
+// A child the module leaves behind keeps none of the worker's descriptors: the client's
+// connection ends with the answer although the child lives on.
+TEST_F(WorkersTest, AModulesChildKeepsNoneOfTheWorkersDescriptors) {
+  HostServer server;
+  ApiClient alice(server);
+  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+  const std::string form = FormEncode({{"api", kFaultApi}, {"version", "1"}, {"method", "detach"}});
+  const std::string reply = RawExchange(
+      server.Port(),
+      "POST /webapi/entry.cgi HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.Port()) +
+          "\r\nCookie: qrix_sid=" + alice.session_id + "\r\nX-QRIX-Token: " + alice.token +
+          "\r\nContent-Type: application/x-www-form-urlencoded\r\n"
+          "Content-Length: " +
+          std::to_string(form.size()) + "\r\n\r\n" + form);
+  EXPECT_EQ(ParseJson(reply.substr(reply.find("\r\n\r\n") + 4)), ParseJson(R"({"success":true})"));
+  EXPECT_NE(::access(kCallbackDoneFile, F_OK), 0)
+      << "the connection ended only when the module's child did";
+  WriteText(kReleaseFile, "go\n");
+  EXPECT_TRUE(WaitForFile(kCallbackDoneFile));
+}
+
 }  // namespace
 }  // namespace qrix::test

@@ -1,163 +1,452 @@
-// Every settings page in a real browser: one change per row, sent alone, saved, checked in
-// settings.conf and after a reload, each save reaching the scheduler; a switch disables what it
-// governs; bad numbers are refused on the page; the NZB password is never shown and sent only
-// when typed; a port clash comes back as a clear message; sign-in problems and ordinary users.
+// Every settings page in a real browser against one demo, as the administrator and as an ordinary
+// account: a change is sent alone, stored and shown after a reload; switches, bad numbers and
+// clashes read as clear messages; the schedule grid by mouse and keyboard; the download
+// locations, BT search and eMule pages; the volume move. Tests run in order on the one demo,
+// the volume move last.
 import assert from 'node:assert/strict';
-import { readFile } from 'node:fs/promises';
+import { execFile } from 'node:child_process';
+import { readFile, readlink, stat, writeFile } from 'node:fs/promises';
 import path from 'node:path';
+import { promisify } from 'node:util';
 import { before, describe, test } from 'node:test';
 
 import { kErrorTexts } from '../../ui/errors.js';
 import { newPage, pageStatus, recordCalls, save, settled, signIn } from './support/browser.mjs';
-import { useDemoAndBrowser } from './support/demo.mjs';
+import { kRepo, useDemoAndBrowser } from './support/demo.mjs';
 
-async function openPage(page, id) {
-  await page.click(`a[data-page="${id}"]`);
-  await settled(page);
-}
-
-async function setControl(page, selector, kind, value) {
-  if (kind === 'select') await page.selectOption(selector, value);
-  else if (kind === 'check') await (value ? page.check(selector) : page.uncheck(selector));
-  else await page.fill(selector, value);
-}
-
-async function readControl(page, selector, kind) {
-  return kind === 'check' ? page.isChecked(selector) : page.inputValue(selector);
-}
-
-describe('settings pages', () => {
+describe('every page in a browser', () => {
   const shared = useDemoAndBrowser();
   let demo;
-  let page;
+  before(() => ({ demo } = shared));
 
-  before(async () => {
-    ({ demo } = shared);
-    page = await newPage(shared.browser);
-    await signIn(page, demo.url, demo.admin);
-  });
+  async function openPage(page, id) {
+    await page.click(`a[data-page="${id}"]`);
+    await settled(page);
+  }
 
-  test('a change is sent alone, stored under its key and shown after a reload', async () => {
-    const hups = async () => Number(/hup=(\d+)/.exec(
-      await readFile(path.join(demo.state, 'log/scheduler-signals'), 'utf8'))?.[1]);
-    const hupsBefore = await hups();
-    const rows = [
-      { page: 'ftp_http', field: 'ftp_max_conn', kind: 'fill', value: '65535', key: 'download_ftpmax', stored: '65535' },
-      { page: 'ftp_http', field: 'ftp_max_conn', kind: 'fill', value: ' 42 ', key: 'download_ftpmax', stored: '42', shown: '42' },
-      { page: 'ftp_http', field: 'ftp_http_max_download_rate', kind: 'fill', value: '750', key: 'download_http_dl_rate', stored: '750' },
-      { page: 'bt', field: 'encrypt', kind: 'select', value: 'always', key: 'download_btencrypt', stored: 'always' },
-      { page: 'bt', field: 'max_peer', kind: 'fill', value: '300', key: 'download_btmaxpeers', stored: '300' },
-      { page: 'bt', field: 'enable_dht', kind: 'check', value: false, key: 'download_enable_dht', stored: 'no' },
-      { page: 'bt', field: 'tcp_port', kind: 'fill', value: '51413', key: 'download_start_port', stored: '51413' },
-      // Minutes on the page, seconds in the file, and never less than 10 minutes when read.
-      { page: 'rss', field: 'update_interval', kind: 'fill', value: '90', key: 'download_rss_update_interval', stored: '5400' },
-      { page: 'rss', field: 'update_interval', kind: 'fill', value: '5', key: 'download_rss_update_interval', stored: '300', shown: '10' },
-      { page: 'nzb', field: 'server', kind: 'fill', value: 'news.example.net', key: 'download_nzb_server', stored: 'news.example.net' },
-      { page: 'nzb', field: 'enable_encryption', kind: 'check', value: false, key: 'download_nzb_encryption', stored: 'no' },
-      { page: 'scheduler', field: 'order', kind: 'select', value: 'user', key: 'download_order', stored: 'user' },
-      { page: 'scheduler', field: 'max_tasks', kind: 'fill', value: '3', key: 'download_maxtasks', stored: '3' },
-    ];
-    for (const row of rows) {
-      const name = `${row.page}.${row.field} = ${row.value}`;
-      await openPage(page, row.page);
-      const selector = `#${row.page}-${row.field}`;
+  // A new page signed in as `account`, on the page `id` when given.
+  async function open(account, id, options) {
+    const page = await newPage(shared.browser, options);
+    await signIn(page, demo.url, account);
+    if (id) await openPage(page, id);
+    return page;
+  }
+
+  async function setControl(page, selector, kind, value) {
+    if (kind === 'select') await page.selectOption(selector, value);
+    else if (kind === 'check') await (value ? page.check(selector) : page.uncheck(selector));
+    else await page.fill(selector, value);
+  }
+
+  async function readControl(page, selector, kind) {
+    return kind === 'check' ? page.isChecked(selector) : page.inputValue(selector);
+  }
+
+  describe('settings pages', () => {
+    let page;
+    before(async () => { page = await open(demo.admin); });
+
+    test('a change is sent alone, stored under its key and shown after a reload', async () => {
+      const hups = async () => Number(/hup=(\d+)/.exec(
+        await readFile(path.join(demo.state, 'log/scheduler-signals'), 'utf8'))?.[1]);
+      const hupsBefore = await hups();
+      const rows = [
+        { page: 'ftp_http', field: 'ftp_max_conn', kind: 'fill', value: '65535', key: 'download_ftpmax', stored: '65535' },
+        { page: 'ftp_http', field: 'ftp_max_conn', kind: 'fill', value: ' 42 ', key: 'download_ftpmax', stored: '42', shown: '42' },
+        { page: 'ftp_http', field: 'ftp_http_max_download_rate', kind: 'fill', value: '750', key: 'download_http_dl_rate', stored: '750' },
+        { page: 'bt', field: 'encrypt', kind: 'select', value: 'always', key: 'download_btencrypt', stored: 'always' },
+        { page: 'bt', field: 'max_peer', kind: 'fill', value: '300', key: 'download_btmaxpeers', stored: '300' },
+        { page: 'bt', field: 'enable_dht', kind: 'check', value: false, key: 'download_enable_dht', stored: 'no' },
+        { page: 'bt', field: 'tcp_port', kind: 'fill', value: '51413', key: 'download_start_port', stored: '51413' },
+        // Minutes on the page, seconds in the file, and never less than 10 minutes when read.
+        { page: 'rss', field: 'update_interval', kind: 'fill', value: '90', key: 'download_rss_update_interval', stored: '5400' },
+        { page: 'rss', field: 'update_interval', kind: 'fill', value: '5', key: 'download_rss_update_interval', stored: '300', shown: '10' },
+        { page: 'nzb', field: 'server', kind: 'fill', value: 'news.example.net', key: 'download_nzb_server', stored: 'news.example.net' },
+        { page: 'nzb', field: 'enable_encryption', kind: 'check', value: false, key: 'download_nzb_encryption', stored: 'no' },
+        { page: 'scheduler', field: 'order', kind: 'select', value: 'user', key: 'download_order', stored: 'user' },
+        { page: 'scheduler', field: 'max_tasks', kind: 'fill', value: '3', key: 'download_maxtasks', stored: '3' },
+      ];
+      for (const row of rows) {
+        const name = `${row.page}.${row.field} = ${row.value}`;
+        await openPage(page, row.page);
+        const selector = `#${row.page}-${row.field}`;
+        const before = await demo.settings();
+        const calls = recordCalls(page);
+        await setControl(page, selector, row.kind, row.value);
+        assert.equal(await save(page), 'Saved.', name);
+        const sent = Object.keys(calls.find((c) => c.method === 'set'))
+          .filter((k) => !['api', 'version', 'method', `bt_${row.field}`].includes(k));
+        assert.deepEqual(sent, [row.field], `${name}: only the changed field is sent`);
+        const now = await demo.settings();
+        assert.equal(now[row.key], row.stored, name);
+        for (const key of Object.keys(before)) {
+          if (key !== row.key) assert.equal(now[key], before[key], `${name}: ${key} untouched`);
+        }
+        await page.reload();
+        await settled(page);
+        assert.equal(await readControl(page, selector, row.kind), row.shown ?? row.value, name);
+      }
+      // Each save signals the scheduler after its answer: give the last one a moment.
+      for (let i = 0; i < 50 && await hups() < hupsBefore + rows.length; ++i) {
+        await new Promise((r) => setTimeout(r, 100));
+      }
+      assert.equal(await hups(), hupsBefore + rows.length);
+      assert.deepEqual(page.errors, []);
+    });
+
+    test('a limit follows its switch, and bad numbers never leave the page', async () => {
+      await openPage(page, 'ftp_http');
+      const limit = '#ftp_http-ftp_max_conn';
+      await page.uncheck('#ftp_http-enable_ftp_max_conn');
+      assert.ok(await page.isDisabled(limit));
+      await page.check('#ftp_http-enable_ftp_max_conn');
       const before = await demo.settings();
       const calls = recordCalls(page);
-      await setControl(page, selector, row.kind, row.value);
-      assert.equal(await save(page), 'Saved.', name);
-      const sent = Object.keys(calls.find((c) => c.method === 'set'))
-        .filter((k) => !['api', 'version', 'method', `bt_${row.field}`].includes(k));
-      assert.deepEqual(sent, [row.field], `${name}: only the changed field is sent`);
-      const now = await demo.settings();
-      assert.equal(now[row.key], row.stored, name);
-      for (const key of Object.keys(before)) {
-        if (key !== row.key) assert.equal(now[key], before[key], `${name}: ${key} untouched`);
+      for (const [typed, error] of [['65536', 'Enter a number from 1 to 65535.'],
+        ['2.5', 'Enter a whole number.'], ['', 'Enter a number.']]) {
+        await page.fill(limit, typed);
+        assert.equal(await save(page), 'Please correct the marked fields.', typed);
+        assert.equal(await page.textContent(`${limit}-error`), error, typed);
+        assert.equal(await page.getAttribute(limit, 'aria-invalid'), 'true');
       }
+      assert.deepEqual(calls.filter((c) => c.method === 'set'), []);
+      assert.deepEqual(await demo.settings(), before);
       await page.reload();
       await settled(page);
-      assert.equal(await readControl(page, selector, row.kind), row.shown ?? row.value, name);
-    }
-    // Each save signals the scheduler after its answer: give the last one a moment.
-    for (let i = 0; i < 50 && await hups() < hupsBefore + rows.length; ++i) {
-      await new Promise((r) => setTimeout(r, 100));
-    }
-    assert.equal(await hups(), hupsBefore + rows.length);
-    assert.deepEqual(page.errors, []);
+    });
+
+    test('the NZB password is sent only when typed and never shown', async () => {
+      await openPage(page, 'nzb');
+      const box = '#nzb-password';
+      assert.equal(await page.inputValue(box), '');
+      const calls = recordCalls(page);
+      await page.fill(box, 'hunter2');
+      assert.equal(await save(page), 'Saved.');
+      const stored = (await demo.settings()).download_nzb_password_en;
+      assert.ok(stored && stored !== 'hunter2', 'the password is stored enciphered');
+      assert.equal(calls.find((c) => c.method === 'set').password, '"hunter2"');
+      assert.equal(await page.inputValue(box), '', 'the box is empty again after saving');
+      assert.ok(calls.every((c) => c.method !== 'get' || !('password' in c)));
+
+      await page.reload();
+      await settled(page);
+      assert.equal(await page.inputValue(box), '');
+      await page.fill('#nzb-port', '119');
+      assert.equal(await save(page), 'Saved.');
+      const set = calls.filter((c) => c.method === 'set').at(-1);
+      assert.deepEqual(Object.keys(set).sort(), ['api', 'method', 'port', 'version']);
+      assert.equal((await demo.settings()).download_nzb_password_en, stored, 'kept as it was');
+    });
+
+    test('a DHT port that clashes with eMule is refused with a clear message', async () => {
+      await openPage(page, 'bt');
+      await page.check('#bt-enable_dht');
+      await save(page);
+      const before = await demo.settings();
+      const calls = recordCalls(page);
+      // eMule's UDP port when the settings name none.
+      await page.fill('#bt-dht_port', '4672');
+      const status = await save(page);
+      assert.equal(status, kErrorTexts[517]);
+      const set = calls.find((c) => c.method === 'set');
+      assert.equal(set.bt_dht_port, '4672', 'the clash check is asked for');
+      assert.deepEqual(await demo.settings(), before, 'nothing written');
+    });
+
+    test('sign-in problems and ordinary users get clear messages', async () => {
+      const other = await newPage(shared.browser);
+      await other.goto(demo.url);
+      await other.fill('#login-account', demo.admin.account);
+      await other.fill('#login-passwd', `${demo.admin.passwd}x`);
+      await other.click('#login-submit');
+      await other.waitForFunction(() => document.querySelector('#login-status').textContent !== '');
+      assert.equal(await other.textContent('#login-status'), 'The account or password is wrong.');
+      // An ordinary account is offered only what it may use: its own download locations and
+      // what eMule shows it.
+      await signIn(other, demo.url, demo.user);
+      assert.deepEqual(await other.$$eval('#tabs a', (links) => links.map((a) => a.dataset.page)),
+        ['location', 'emule', 'emule_location']);
+      assert.equal(await pageStatus(other), '');
+      assert.deepEqual(other.errors, []);
+    });
   });
 
-  test('a limit follows its switch, and bad numbers never leave the page', async () => {
-    await openPage(page, 'ftp_http');
-    const limit = '#ftp_http-ftp_max_conn';
-    await page.uncheck('#ftp_http-enable_ftp_max_conn');
-    assert.ok(await page.isDisabled(limit));
-    await page.check('#ftp_http-enable_ftp_max_conn');
-    const before = await demo.settings();
-    const calls = recordCalls(page);
-    for (const [typed, error] of [['65536', 'Enter a number from 1 to 65535.'],
-      ['2.5', 'Enter a whole number.'], ['', 'Enter a number.']]) {
-      await page.fill(limit, typed);
-      assert.equal(await save(page), 'Please correct the marked fields.', typed);
-      assert.equal(await page.textContent(`${limit}-error`), error, typed);
-      assert.equal(await page.getAttribute(limit, 'aria-invalid'), 'true');
+  // ---- the weekly schedule grid: drag across hours, save, reload ----
+
+  const kHours = 24;
+
+  // What a drag from cell `from` to cell `to` ([day, hour]) should leave: every hour in the
+  // rectangle between them takes the opposite of the state the first cell had.
+  function expectDrag(week, [d0, h0], [d1, h1]) {
+    const flip = week[d0 * kHours + h0] === '1' ? '0' : '1';
+    const cells = [...week];
+    for (let d = Math.min(d0, d1); d <= Math.max(d0, d1); ++d) {
+      for (let h = Math.min(h0, h1); h <= Math.max(h0, h1); ++h) cells[d * kHours + h] = flip;
     }
-    assert.deepEqual(calls.filter((c) => c.method === 'set'), []);
-    assert.deepEqual(await demo.settings(), before);
-    await page.reload();
+    return cells.join('');
+  }
+
+  function gridState(page) {
+    return page.$$eval('.schedule-cell', (cells) =>
+      cells.map((c) => (c.getAttribute('aria-selected') === 'true' ? '1' : '0')).join(''));
+  }
+
+  async function cellCenter(page, [day, hour]) {
+    const box = await page.locator(`.schedule-cell[data-index="${day * kHours + hour}"]`)
+      .boundingBox();
+    return { x: box.x + box.width / 2, y: box.y + box.height / 2 };
+  }
+
+  async function drag(page, from, to) {
+    // The mouse acts where the window shows the grid; a reload may have left it scrolled away.
+    await page.locator('.schedule-grid').scrollIntoViewIfNeeded();
+    const a = await cellCenter(page, from);
+    const b = await cellCenter(page, to);
+    await page.mouse.move(a.x, a.y);
+    await page.mouse.down();
+    await page.mouse.move(b.x, b.y, { steps: 12 });
+    await page.mouse.up();
+  }
+
+  describe('schedule grid', () => {
+    const drags = [
+      { name: 'along one morning', from: [1, 2], to: [1, 6] },
+      { name: 'a block over three days', from: [2, 10], to: [4, 14] },
+      { name: 'backwards and upwards', from: [6, 23], to: [5, 20] },
+      { name: 'a single hour', from: [0, 0], to: [0, 0] },
+      { name: 'a whole day', from: [3, 0], to: [3, 23] },
+    ];
+
+    for (const wide of [true, false]) {
+      test(`dragged hours are saved and come back (${wide ? 'wide' : 'narrow'} window)`, async () => {
+        const viewport = wide ? { width: 1100, height: 900 } : { width: 380, height: 800 };
+        const page = await open(demo.admin, 'scheduler', { viewport });
+        for (const row of drags) {
+          const before = await gridState(page);
+          assert.equal(before, (await demo.settings()).download_schedule, row.name);
+          const want = expectDrag(before, row.from, row.to);
+          await drag(page, row.from, row.to);
+          assert.equal(await gridState(page), want, `${row.name}: the grid as dragged`);
+          assert.equal(await save(page), 'Saved.', row.name);
+          assert.equal((await demo.settings()).download_schedule, want, `${row.name}: stored`);
+          await page.reload();
+          await settled(page);
+          assert.equal(await gridState(page), want, `${row.name}: after a reload`);
+        }
+        assert.deepEqual(page.errors, []);
+      });
+    }
+
+    test('the keyboard switches hours too', async () => {
+      const page = await open(demo.admin, 'scheduler');
+      const before = await gridState(page);
+      await page.locator('.schedule-cell[data-index="0"]').focus();
+      // Down to the second day, right to 08:00, switch it, then carry that along to 11:00.
+      await page.keyboard.press('ArrowDown');
+      for (let i = 0; i < 8; ++i) await page.keyboard.press('ArrowRight');
+      await page.keyboard.press('Space');
+      for (let i = 0; i < 3; ++i) await page.keyboard.press('Shift+ArrowRight');
+      const flipped = before[kHours + 8] === '1' ? '0' : '1';
+      const want = [...before];
+      for (let h = 8; h <= 11; ++h) want[kHours + h] = flipped;
+      assert.equal(await gridState(page), want.join(''));
+      assert.equal(await save(page), 'Saved.');
+      assert.equal((await demo.settings()).download_schedule, want.join(''));
+    });
+  });
+
+  // The account's row, read with psql in a second sandbox on the demo's state.
+  async function row(demo, account) {
+    const { stdout } = await promisify(execFile)(path.join(kRepo, 'scripts/sandbox'), [
+      'exec', '--state', demo.state, '--', '/usr/bin/psql', '-X', '-A', '-t', '-h',
+      '/run/postgresql', '-U', 'postgres', '-d', 'download', '-c',
+      'SELECT share_folder, enable_watchffolder, delete_watchtorrent, watchfolder ' +
+      `FROM user_setting WHERE username = '${account}'`]);
+    return stdout.trim();
+  }
+
+  describe('download locations page', () => {
+    let page;
+    before(async () => { page = await open(demo.user); });
+
+    test('a destination and a watch folder are saved in the account\'s own row', async () => {
+      const destination = '#location-default_destination';
+      const options = await page.$$eval(`${destination} option`, (list) => list.map((o) => o.value));
+      assert.deepEqual(options, ['', 'downloads', 'usbshare1'], 'only shares it may write to');
+      assert.equal(await page.inputValue(destination), 'downloads');
+      assert.equal(await page.isChecked('#location-enable_torrent_nzb_watch'), false);
+
+      await page.selectOption(destination, 'usbshare1');
+      await page.check('#location-enable_torrent_nzb_watch');
+      await page.check('#location-enable_delete_torrent_nzb_watch');
+      assert.equal(await save(page), 'Saved.');
+      await page.reload();
+      await settled(page);
+      assert.equal(await page.inputValue(destination), 'usbshare1');
+      assert.equal(await page.isChecked('#location-enable_torrent_nzb_watch'), true);
+      assert.equal(await page.inputValue('#location-torrent_nzb_watch_folder'),
+        'downloads/watch-user');
+      assert.equal(await row(demo, 'user'), 'usbshare1|t|t|downloads/watch-user');
+      assert.equal(await row(demo, 'admin'), 'video|t|f|downloads/watch-admin');
+      assert.deepEqual(page.errors, []);
+    });
+
+    test('a refused watch folder says why and changes nothing', async () => {
+      const rows = [
+        { folder: 'video/x', code: 403 },  // read only for this account
+        { folder: 'downloads/../../etc', code: 403 },
+        { folder: 'downloads/watch-admin', code: 1207 },  // the administrator watches it
+        { folder: 'downloads/missing', code: 1207 },
+      ];
+      const before = await row(demo, 'user');
+      for (const { folder, code } of rows) {
+        await page.fill('#location-torrent_nzb_watch_folder', folder);
+        assert.equal(await save(page), kErrorTexts[code], folder);
+        assert.equal(await row(demo, 'user'), before, folder);
+      }
+    });
+  });
+
+  const rowNames = (page) => page.$$eval('#btsearch-plugins tbody tr', (rows) => rows.map((r) => r.dataset.plugin));
+
+  async function press(page, text) {
+    await page.click(`#page button:has-text("${text}")`);
     await settled(page);
+    return pageStatus(page);
+  }
+
+  describe('BT search page', () => {
+    let page;
+    let userPlugins;
+    before(async () => {
+      userPlugins = path.join(demo.state, 'var/packages/Haulport/etc/download/userplugins');
+      page = await open(demo.admin, 'btsearch');
+    });
+
+    test('adds a plug-in from a file and deletes only added ones', async () => {
+      assert.deepEqual(await rowNames(page), ['linuxiso', 'members']);
+      const plugin = { name: 'mine', displayname: 'Mine', version: '1', description: '' };
+      await page.setInputFiles('#btsearch-file', {
+        name: 'mine.json', mimeType: 'application/json', buffer: Buffer.from(JSON.stringify(plugin)),
+      });
+      assert.equal(await press(page, 'Add plug-in'), 'Added mine.json.');
+      assert.deepEqual(await rowNames(page), ['linuxiso', 'members', 'mine']);
+      assert.equal(await page.textContent('tr[data-plugin="mine"] td:nth-child(4)'), 'Added');
+      const mine = path.join(userPlugins, 'mine.json');
+      assert.deepEqual(JSON.parse(await readFile(mine, 'utf8')), plugin);
+
+      await page.check('tr[data-plugin="mine"] input[type="checkbox"]');
+      assert.equal(await press(page, 'Delete selected'), 'Deleted.');
+      assert.deepEqual(await rowNames(page), ['linuxiso', 'members']);
+      await assert.rejects(stat(mine), 'the file is gone');
+
+      await page.check('tr[data-plugin="linuxiso"] input[type="checkbox"]');
+      assert.equal(await press(page, 'Delete selected'), 'Built-in plug-ins cannot be deleted.');
+      assert.deepEqual(await rowNames(page), ['linuxiso', 'members']);
+      assert.deepEqual(page.errors, []);
+    });
+
+    test('an account is saved and verified, its password never shown', async () => {
+      await page.click('tr[data-plugin="members"] button:has-text("Account")');
+      await page.fill('#btsearch-username', 'demo');
+      await page.fill('#btsearch-password', 'demo');
+      assert.equal(await press(page, 'Save account'), 'Account saved.');
+      assert.equal(await page.inputValue('#btsearch-password'), '');
+      assert.match(await page.textContent('tr[data-plugin="members"] td:nth-child(5)'), /^demo /);
+      assert.equal(await press(page, 'Verify'), 'The account was accepted.', 'with the stored password');
+      await page.fill('#btsearch-password', 'wrong');
+      assert.equal(await press(page, 'Verify'), 'The account was not accepted. Check the user name and password.');
+      const conf = await stat(path.join(demo.state, 'var/packages/Haulport/etc/download/btsearch.conf'));
+      assert.equal(conf.mode & 0o077, 0, 'only its owner may read the stored password');
+      assert.deepEqual(page.errors, []);
+    });
   });
 
-  test('the NZB password is sent only when typed and never shown', async () => {
-    await openPage(page, 'nzb');
-    const box = '#nzb-password';
-    assert.equal(await page.inputValue(box), '');
-    const calls = recordCalls(page);
-    await page.fill(box, 'hunter2');
-    assert.equal(await save(page), 'Saved.');
-    const stored = (await demo.settings()).download_nzb_password_en;
-    assert.ok(stored && stored !== 'hunter2', 'the password is stored enciphered');
-    assert.equal(calls.find((c) => c.method === 'set').password, '"hunter2"');
-    assert.equal(await page.inputValue(box), '', 'the box is empty again after saving');
-    assert.ok(calls.every((c) => c.method !== 'get' || !('password' in c)));
+  const kFolders = '#emule-share_folders input[type="checkbox"]';
 
-    await page.reload();
-    await settled(page);
-    assert.equal(await page.inputValue(box), '');
-    await page.fill('#nzb-port', '119');
-    assert.equal(await save(page), 'Saved.');
-    const set = calls.filter((c) => c.method === 'set').at(-1);
-    assert.deepEqual(Object.keys(set).sort(), ['api', 'method', 'port', 'version']);
-    assert.equal((await demo.settings()).download_nzb_password_en, stored, 'kept as it was');
+  describe('eMule page', () => {
+    let page;
+    before(async () => {
+      // Shared folders are handed to eMule only in download hours: make every hour one.
+      const text = await readFile(demo.settingsFile, 'utf8');
+      await writeFile(demo.settingsFile, text.replace('download_schedule_enable="yes"',
+        'download_schedule_enable="no"'));
+      page = await open(demo.admin, 'emule');
+    });
+
+    test('manual ports and two shared folders are saved and shown after a reload', async () => {
+      assert.equal(await page.inputValue('#emule-port_type'), 'default_port');
+      assert.equal(await page.isDisabled('#emule-tcp_port'), true);
+      await page.selectOption('#emule-port_type', 'manual_port');
+      await page.fill('#emule-tcp_port', '5000');
+      await page.fill('#emule-udp_port', '5001');
+      await page.check(`${kFolders}[value="downloads"]`);
+      await page.check(`${kFolders}[value="usbshare1"]`);
+      assert.equal(await save(page), 'Saved.');
+
+      await page.reload();
+      await settled(page);
+      assert.equal(await page.inputValue('#emule-port_type'), 'manual_port');
+      assert.equal(await page.inputValue('#emule-tcp_port'), '5000');
+      assert.equal(await page.inputValue('#emule-udp_port'), '5001');
+      assert.deepEqual(await page.$$eval(`${kFolders}:checked`, (boxes) => boxes.map((b) => b.value)),
+        ['downloads', 'usbshare1']);
+      const settings = await demo.settings();
+      assert.equal(settings.download_amule_tcp_port, '5000');
+      assert.equal(settings.download_amule_udp_port, '5001');
+      const shareDir = path.join(demo.state, 'var/packages/Haulport/etc/amule/shareddir.dat');
+      assert.equal(await readFile(shareDir, 'utf8'), 'downloads\nusbshare1\n');
+      assert.deepEqual(page.errors, []);
+    });
+
+    test('an ordinary account reads that eMule is on, without fields to fill', async () => {
+      const user = await open(demo.user, 'emule');
+      assert.equal(await user.textContent('#page .note'),
+        'eMule is turned on. Only an administrator can change its settings.');
+      assert.equal(await user.isVisible('#emule-max_conn'), false);
+      assert.equal(await user.isVisible('#page button.primary'), false);
+      assert.equal(await pageStatus(user), '');
+      assert.deepEqual(user.errors, []);
+    });
   });
 
-  test('a DHT port that clashes with eMule is refused with a clear message', async () => {
-    await openPage(page, 'bt');
-    await page.check('#bt-enable_dht');
-    await save(page);
-    const before = await demo.settings();
-    const calls = recordCalls(page);
-    // eMule's UDP port when the settings name none.
-    await page.fill('#bt-dht_port', '4672');
-    const status = await save(page);
-    assert.equal(status, kErrorTexts[517]);
-    const set = calls.find((c) => c.method === 'set');
-    assert.equal(set.bt_dht_port, '4672', 'the clash check is asked for');
-    assert.deepEqual(await demo.settings(), before, 'nothing written');
-  });
+  const kVolume = '#global-download_volume';
 
-  test('sign-in problems and ordinary users get clear messages', async () => {
-    const other = await newPage(shared.browser);
-    await other.goto(demo.url);
-    await other.fill('#login-account', demo.admin.account);
-    await other.fill('#login-passwd', `${demo.admin.passwd}x`);
-    await other.click('#login-submit');
-    await other.waitForFunction(() => document.querySelector('#login-status').textContent !== '');
-    assert.equal(await other.textContent('#login-status'), 'The account or password is wrong.');
-    // An ordinary account is offered only what it may use: its own download locations and
-    // what eMule shows it.
-    await signIn(other, demo.url, demo.user);
-    assert.deepEqual(await other.$$eval('#tabs a', (links) => links.map((a) => a.dataset.page)),
-      ['location', 'emule', 'emule_location']);
-    assert.equal(await pageStatus(other), '');
-    assert.deepEqual(other.errors, []);
+  describe('General page', () => {
+    test('a volume change shows its progress, then moves the folder and says so', async () => {
+      await writeFile(path.join(demo.state, 'volume1/@download/task.part'), 'half a download');
+      const page = await open(demo.admin, 'global');
+      assert.equal(await page.inputValue(kVolume), '/volume1');
+      const labels = await page.$$eval(`${kVolume} option`, (o) => o.map((x) => x.textContent));
+      assert.ok(labels.some((l) => /^Volume 2 \(Normal, [\d.]+ \w+ free\)$/.test(l)), labels);
+
+      await page.selectOption(kVolume, '/volume2');
+      await page.click('#page button.primary');
+      await page.waitForSelector('#page progress:not([hidden])');
+      assert.match(await pageStatus(page), /^Moving the temporary download folder to Volume 2/);
+      await settled(page);
+      assert.ok(await page.isHidden('#page progress'));
+      assert.equal(await pageStatus(page), 'The temporary download folder was moved to Volume 2.');
+      assert.equal(await page.inputValue(kVolume), '/volume2');
+      assert.equal(await readlink(path.join(demo.state, 'var/services/download')),
+        '/volume2/@download');
+      assert.equal(await readFile(path.join(demo.state, 'volume2/@download/task.part'), 'utf8'),
+        'half a download');
+      assert.deepEqual(page.errors, []);
+    });
+
+    test('the Xunlei account is kept and its password never comes back', async () => {
+      const page = await open(demo.admin, 'global');
+      await page.fill('#global-xunlei_username', 'xl "user"');
+      await page.fill('#global-xunlei_password', 'se cret\'"');
+      assert.equal(await save(page), 'Saved.');
+      await page.reload();
+      await settled(page);
+      assert.equal(await page.inputValue('#global-xunlei_username'), 'xl "user"');
+      assert.equal(await page.inputValue('#global-xunlei_password'), '');
+      const stored = JSON.parse(await readFile(
+        path.join(demo.state, 'var/packages/Haulport/etc/download/xunlei_accounts.json'), 'utf8'));
+      assert.deepEqual(stored.orvane, { username: 'xl "user"', password: 'se cret\'"' });
+    });
   });
 });

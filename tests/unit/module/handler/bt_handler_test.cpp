@@ -1,12 +1,11 @@
-// BitTorrent settings through the module's tables: the payload, what "set" writes, the ports it
-// registers, the conflict checks and the callbacks it registers.
+// BitTorrent's ports through the module's tables: the ports "set" registers, the conflict checks,
+// the callbacks, and the failures. The payload and the key order are the settings handlers' test.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <string>
 
 #include "platform/system/qrix_service_port.h"
-#include "platform/webapi/api_validator.h"
 #include "tests/support/api_call.h"
 #include "tests/support/files.h"
 #include "tests/support/syslog_capture.h"
@@ -23,10 +22,6 @@ using qrix::test::WriteText;
 const std::string kServices = "/var/qrix/etc/services";
 const std::string kPortFile = kServices + "/qrixdownload_port.conf";
 
-Json::Value Json(const std::string& text) {
-  return QRIX::WebAPIUtil::ParseJson(text);
-}
-
 class BtHandlerTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -36,49 +31,6 @@ class BtHandlerTest : public ::testing::Test {
     qrix::test::SyslogCapture::Get().Clear();
   }
 };
-
-TEST_F(BtHandlerTest, GetAnswersTheRecord) {
-  WriteSettings(
-      "download_start_port=\"7000\"\ndownload_ul_rate=\"11\"\ndownload_dl_rate=\"12\"\n"
-      "download_seeding_ratio=\"13\"\ndownload_seeding_interval=\"14\"\n"
-      "download_seeding_auto_remove=\"yes\"\ndownload_enable_dht=\"no\"\n"
-      "download_dhtport=\"7001\"\ndownload_btmaxpeers=\"15\"\n"
-      "download_enable_bt_port_forwarding=\"yes\"\ndownload_enable_bt_preview=\"yes\"\n"
-      "download_btencrypt=\"always\"\n");
-  const auto result = CallApi("BT", "get", "{}");
-  ASSERT_TRUE(result.Success());
-  EXPECT_EQ(result.Data(),
-            Json(R"({"tcp_port": 7000, "max_upload_rate": 11, "max_download_rate": 12,
-                     "seeding_ratio": 13, "seeding_interval": 14,
-                     "enable_seeding_auto_remove": true, "enable_dht": false, "dht_port": 7001,
-                     "max_peer": 15, "enable_port_forwarding": true, "enable_preview": true,
-                     "encrypt": "always"})"));
-  const struct {
-    const char* stored;
-    const char* want;
-  } encrypt[] = {
-      {"auto", "auto"}, {"always", "always"}, {"disable", "disable"}, {"AUTO", "disable"}};
-  for (const auto& e : encrypt) {
-    WriteSettings(std::string("download_btencrypt=\"") + e.stored + "\"\n");
-    EXPECT_EQ(CallApi("BT", "get", "{}").Data()["encrypt"], e.want) << e.stored;
-  }
-}
-
-TEST_F(BtHandlerTest, SetWritesEveryKeyInOrderWithItsEncoding) {
-  const auto result = CallApi("BT", "set", R"({
-      "max_upload_rate": 1, "max_download_rate": 2, "tcp_port": 3000, "dht_port": 3001,
-      "enable_dht": false, "enable_port_forwarding": true, "enable_preview": false,
-      "max_peer": 50, "encrypt": "always", "seeding_interval": 4, "seeding_ratio": 5,
-      "enable_seeding_auto_remove": true})");
-  ASSERT_TRUE(result.Success());
-  EXPECT_EQ(ReadText(qrix::test::kSettingsConf),
-            "download_ul_rate=\"1\"\ndownload_dl_rate=\"2\"\ndownload_start_port=\"3000\"\n"
-            "download_dhtport=\"3001\"\ndownload_enable_dht=\"no\"\n"
-            "download_enable_bt_port_forwarding=\"yes\"\ndownload_enable_bt_preview=\"no\"\n"
-            "download_btmaxpeers=\"50\"\ndownload_btencrypt=\"always\"\n"
-            "download_seeding_interval=\"4\"\ndownload_seeding_ratio=\"5\"\n"
-            "download_seeding_auto_remove=\"yes\"\n");
-}
 
 // Only ports that change are written and registered; the firewall reloads only for them and
 // DHT restarts when switched, or when it runs and its port moved.

@@ -1,6 +1,5 @@
 // Location through the module's tables on the real server: what "set" writes and in which
-// order, the scheduler signal, and the codes of refusals and failures. Two accounts kept apart
-// over HTTP are tests/api/location_api_test.cpp's.
+// order, the scheduler signal, and the codes of refusals and failures.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
-// NZB settings: the payload, what "set" writes, and the password, which is stored enciphered
-// and never answered.
+// NZB's password, which is stored enciphered and never answered. The rest of the payload is the
+// settings handlers' test.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -8,7 +8,6 @@
 #include <string>
 
 #include "platform/vlibc/vlibc_crypt.h"
-#include "platform/webapi/api_validator.h"
 #include "tests/support/api_call.h"
 #include "tests/support/files.h"
 #include "tests/support/syslog_capture.h"
@@ -38,32 +37,6 @@ std::string StoredPassword() {
   }
   plain.resize(std::strlen(plain.c_str()));
   return plain;
-}
-
-TEST_F(NzbHandlerTest, GetAnswersTheRecordButNeverThePassword) {
-  struct Case {
-    const char* file;
-    const char* want;
-  } const cases[] = {
-      {"download_nzb_server=\"news.example\"\ndownload_nzb_port=\"563\"\n"
-       "download_nzb_encryption=\"yes\"\ndownload_nzb_auth=\"yes\"\ndownload_nzb_user=\"ann\"\n"
-       "download_nzb_password_en=\"c2VjcmV0\"\ndownload_nzb_numconn=\"8\"\n"
-       "download_nzb_dl_rate=\"900\"\ndownload_nzb_enable_parchive=\"yes\"\n"
-       "download_nzb_enable_remove_parchive_files=\"yes\"\n",
-       R"({"server": "news.example", "port": 563, "enable_encryption": true, "enable_auth": true,
-           "username": "ann", "conn_per_download": 8, "max_download_rate": 900,
-           "enable_parchive": true, "enable_remove_parfiles": true})"},
-      {"download_nzb_encryption=\"YES\"\n",
-       R"({"server": "", "port": 119, "enable_encryption": false, "enable_auth": false,
-           "username": "", "conn_per_download": 2, "max_download_rate": 0,
-           "enable_parchive": false, "enable_remove_parfiles": false})"},
-  };
-  for (const Case& c : cases) {
-    WriteSettings(c.file);
-    const auto result = CallApi("Nzb", "get", "{}");
-    ASSERT_TRUE(result.Success());
-    EXPECT_EQ(result.Data(), QRIX::WebAPIUtil::ParseJson(c.want));
-  }
 }
 
 TEST_F(NzbHandlerTest, SetWritesInOrderAndEnciphersThePassword) {

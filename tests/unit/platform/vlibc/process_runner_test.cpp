@@ -28,6 +28,10 @@ TEST(ProcessRunnerTest, PassesArgv0AndArgumentsUntouched) {
   QRIXUtils::ProcessRunner missing("/nonexistent", "x");
   EXPECT_EQ(missing.run(true, true), -1);
   EXPECT_EQ(missing.run(false, false), -1);
+  EXPECT_EQ(QRIXUtils::ProcessRunner("relative/path", "x").run(true, false), -1);
+  QRIXUtils::ProcessRunner killed("/bin/sh", "sh");
+  killed.addArguments("-c", "kill -9 $$");
+  EXPECT_EQ(killed.run(true, false), -1);
 }
 
 TEST(ProcessRunnerTest, ADetachedProgramRunsOnWithoutAChildToReap) {

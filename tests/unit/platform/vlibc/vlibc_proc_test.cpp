@@ -161,14 +161,4 @@ TEST(VlibcProcTest, RefusesPidFilesThatNameNoLiveProcess) {
   waitpid(zombie, nullptr, 0);
 }
 
-TEST(ProcessRunnerTest, RunsWithoutAShellAndCapturesOutput) {
-  std::string out;
-  EXPECT_EQ(qrix::RunProcess({"/bin/echo", "a b", "$HOME;", "*"}, &out), 0);
-  EXPECT_EQ(out, "a b $HOME; *\n");
-  EXPECT_EQ(qrix::RunProcess({"/bin/sh", "-c", "exit 7"}), 7);
-  EXPECT_EQ(qrix::RunProcess({"/nonexistent/program"}), -1);
-  EXPECT_EQ(qrix::RunProcess({"relative/path"}), -1);
-  EXPECT_EQ(qrix::RunProcess({"/bin/sh", "-c", "kill -9 $$"}), -1);
-}
-
 }  // namespace
