@@ -13,8 +13,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <sstream>
@@ -174,6 +176,11 @@ HostServer::HostServer(std::vector<std::string> extra_args) {
                                    "--module",  QRIX_TEST_MODULE, "--port",
                                    "0",         "--workers",      "2"};
   args.insert(args.end(), extra_args.begin(), extra_args.end());
+  // scripts/valgrind runs the host under memcheck: "program arg ..." put in front.
+  if (const char* wrapper = std::getenv("QRIX_HOST_WRAPPER"); wrapper != nullptr) {
+    std::istringstream words(wrapper);
+    args.insert(args.begin(), std::istream_iterator<std::string>(words), {});
+  }
   process_ = std::make_unique<ChildProcess>(std::move(args), output);
   for (int waited = 0; waited < kStartMs && port_ == 0; waited += 10) {
     if (!process_->Running()) {
