@@ -275,13 +275,9 @@ async function moduleParameters() {
     }
     lists.set(m[1], rules);
   }
-  const checks = new Map();
-  for (const m of text.matchAll(/bool (Check\w+)\(APIRequest\* q, APIResponse\* r\) \{\s*return QRIXDL::CheckParams\(q, r, (k\w+)\);/g)) {
-    checks.set(m[1], lists.get(m[2]));
-  }
   const byApi = new Map();
-  for (const m of text.matchAll(/QRIXDL_CHECK\("([\w.]+)", "set", (\w+)\)/g)) {
-    byApi.set(`QRIX.Haulport2.Setting.${m[1]}`, checks.get(m[2]));
+  for (const m of text.matchAll(/\{QRIXDL_API\("([\w.]+)"\), "set", (k\w+)\}/g)) {
+    byApi.set(`QRIX.Haulport2.Setting.${m[1]}`, lists.get(m[2]));
   }
   return byApi;
 }
