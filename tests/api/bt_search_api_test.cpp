@@ -7,6 +7,7 @@
 #include "tests/api/host_fixture.h"
 #include "tests/support/btsearch_fixture.h"
 #include "tests/support/files.h"
+#include "tests/support/update_server.h"
 
 namespace qrix::test {
 namespace {
@@ -76,6 +77,35 @@ TEST_F(HostTest, PluginsAreAddedOnlyAsUploadedFiles) {
   EXPECT_EQ(api("delete", {{"plugin_names", R"(["publicdomain"])"}}),
             ParseJson(R"({"success": true})"));
   EXPECT_EQ(listed("publicdomain"), 0);
+}
+
+// The update check asks a server on loopback (started and stopped by the test) and passes its
+// answer through; "update" runs the search script with the update server's plug-in folder.
+TEST_F(HostTest, PluginUpdatesAreCheckedAndFetchedFromTheUpdateServer) {
+  UpdateServer update_server;
+  BtSearchFixture script;
+  WriteSettings("btsearch_server=\"" + update_server.Address() + "\"\n");
+  HostServer server;
+  ApiClient alice(server);
+  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+  const auto api = [&](const char* method, const Fields& fields = {}) {
+    return alice.Call(kApi, method, fields);
+  };
+  update_server.Answer(200, R"({"plugins": [{"name": "linuxiso", "version": "1.3"}]})");
+  EXPECT_EQ(api("update_check"), ParseJson(R"({"success": true,
+                          "data": {"plugins": [{"name": "linuxiso", "version": "1.3"}]}})"));
+  ASSERT_EQ(update_server.Targets().size(), 1u);
+  EXPECT_TRUE(update_server.Targets()[0].starts_with("/btsearchupdate/check?client_major="))
+      << update_server.Targets()[0];
+  update_server.Answer(200, R"({"success": false})");
+  EXPECT_EQ(api("update_check"), ErrorEnvelope(1405));
+
+  script.Answer(4);
+  EXPECT_EQ(api("update", {{"plugin_names", R"(["linuxiso", "members"])"}}), ErrorEnvelope(1403));
+  ASSERT_EQ(script.Calls().size(), 1u);
+  EXPECT_EQ(script.Calls()[0].argv,
+            (std::vector<std::string>{"-u", "linuxiso", "-l",
+                                      "http://update.haulport.example/btsearchupdate/plugins/"}));
 }
 
 }  // namespace

@@ -1,0 +1,87 @@
+// The volume move over HTTP, as the page does it: "set" answers at once, "read_progress" polls
+// (each request served by another worker process) until the move is reported, once.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "tests/api/host_fixture.h"
+#include "tests/support/files.h"
+
+namespace qrix::test {
+namespace {
+
+namespace fs = std::filesystem;
+constexpr const char* kGlobal = "QRIX.Haulport2.Setting.Global";
+
+void Install(const char* fixture, const std::string& path) {
+  fs::create_directories(fs::path(path).parent_path());
+  fs::copy_file(std::string(QRIX_SOURCE_DIR) + "/tests/fixtures/" + fixture, path,
+                fs::copy_options::overwrite_existing);
+  fs::permissions(path, fs::perms(0755));
+}
+
+TEST_F(HostTest, MovesTheTemporaryDirectoryToAnotherVolume) {
+  Install("S25download.sh", "/var/packages/Haulport/target/scripts/S25download.sh");
+  Install("xunleipluginmgr.php", "/var/packages/Haulport/target/xunleiplugin/xunleipluginmgr.php");
+  Remove("/tmp/S25download.calls");
+  WriteText("/run/postgresql/pgsql.pid", std::to_string(getpid()) + "\n");
+  WriteText("/var/packages/Haulport/etc/amule/amule.conf", "TempDir=x\nAddress=1.2.3.4\n");
+  struct File {
+    const char* path;
+    mode_t mode;
+    uid_t owner;
+  } const files[] = {{"a.part", 0640, 990}, {"dir/b.part", 0600, 2001}, {"dir/c", 0755, 0}};
+  fs::remove_all("/volume1/@download");
+  fs::remove_all("/volume2/@download");
+  for (const File& f : files) {
+    const std::string p = std::string("/volume1/@download/") + f.path;
+    WriteText(p, f.path);
+    ASSERT_EQ(chown(p.c_str(), f.owner, f.owner), 0);
+    ASSERT_EQ(chmod(p.c_str(), f.mode), 0);
+  }
+  Remove("/var/services/download");
+  fs::create_symlink("/volume1/@download", "/var/services/download");
+
+  HostServer server;
+  ApiClient alice(server);
+  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+  EXPECT_EQ(alice.Call(kGlobal, "get")["data"]["download_volume"], "/volume1");
+  EXPECT_EQ(alice.Call(kGlobal, "set", {{"download_volume", "\"/volume2\""}}),
+            ParseJson(R"({"success": true, "data": {"running": 1, "progress": "START"}})"));
+  Json::Value progress;
+  for (int i = 0; i < 500; ++i) {
+    progress = alice.Call(kGlobal, "read_progress");
+    if (progress["data"]["running"] != 1) {
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_EQ(progress,
+            ParseJson(R"({"success": true, "data": {"running": 0, "result": "success"}})"));
+  EXPECT_EQ(alice.Call(kGlobal, "read_progress"),
+            ParseJson(R"({"success": true, "data": {"running": -1}})"));
+
+  EXPECT_EQ(fs::read_symlink("/var/services/download"), "/volume2/@download");
+  for (const File& f : files) {
+    SCOPED_TRACE(f.path);
+    const std::string p = std::string("/volume2/@download/") + f.path;
+    struct stat st {};
+    ASSERT_EQ(stat(p.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, f.mode);
+    EXPECT_EQ(st.st_uid, f.owner);
+    EXPECT_EQ(ReadText(p), f.path);
+  }
+  EXPECT_EQ(ReadText("/var/packages/Haulport/etc/amule/amule.conf"),
+            "TempDir=/volume2/@download/aMuleTmp\nAddress=\n");
+  EXPECT_EQ(ReadText("/tmp/S25download.calls"), "stop\nstart\n");
+  EXPECT_EQ(alice.Call(kGlobal, "get")["data"]["download_volume"], "/volume2");
+  // A volume this system does not have is refused before anything happens.
+  EXPECT_EQ(alice.Call(kGlobal, "set", {{"download_volume", "\"/volume2/../etc\""}}),
+            ErrorEnvelope(120, ParseJson(R"({"name": "download_volume", "reason": "condition"})")));
+}
+
+}  // namespace
+}  // namespace qrix::test
