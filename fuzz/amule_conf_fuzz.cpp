@@ -16,9 +16,7 @@ namespace {
 std::vector<std::string_view> Lines(std::string_view text) {
   std::vector<std::string_view> lines;
   while (!text.empty()) {
-    const size_t nl = text.find('\n');
-    lines.push_back(text.substr(0, nl));
-    text.remove_prefix(nl == std::string_view::npos ? text.size() : nl + 1);
+    lines.push_back(TakeLine(&text));
   }
   return lines;
 }
@@ -27,9 +25,8 @@ std::vector<std::string_view> Lines(std::string_view text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view in(reinterpret_cast<const char*>(data), size);
-  const size_t nl = in.find('\n');
-  const std::string volume(in.substr(0, nl).substr(0, in.substr(0, nl).find('\0')));
-  in.remove_prefix(nl == std::string_view::npos ? in.size() : nl + 1);
+  const std::string_view first = TakeLine(&in);
+  const std::string volume(first.substr(0, first.find('\0')));
 
   const std::string out = qrixdl::AmuleConfForVolume(in, volume.c_str());
   // At most one 63-byte line in place of each piece of the input.

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #define FUZZ_CHECK(cond)                                                                      \
   do {                                                                                        \
@@ -13,5 +14,13 @@
       std::abort();                                                                           \
     }                                                                                         \
   } while (0)
+
+// The next line of `in` (without its newline), consumed: the targets' inputs are lines first.
+inline std::string_view TakeLine(std::string_view* in) {
+  const size_t nl = in->find('\n');
+  const std::string_view line = in->substr(0, nl);
+  in->remove_prefix(nl == std::string_view::npos ? in->size() : nl + 1);
+  return line;
+}
 
 #endif  // HAULPORT_FUZZ_FUZZ_CHECK_H_

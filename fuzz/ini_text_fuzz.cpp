@@ -1,6 +1,7 @@
 // The INI text: any text parses, and replacing one section leaves exactly the given entries in
 // it while every other section keeps its entries. Input: "name\nkey=value\nkey=value\n" then
 // the file's text.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -12,13 +13,6 @@
 
 namespace {
 
-std::string_view TakeLine(std::string_view* in) {
-  const size_t nl = in->find('\n');
-  const std::string_view line = in->substr(0, nl);
-  in->remove_prefix(nl == std::string_view::npos ? in->size() : nl + 1);
-  return line;
-}
-
 qrix::ini::Entry TakeEntry(std::string_view* in) {
   const std::string_view line = TakeLine(in);
   const size_t eq = line.find('=');
@@ -29,15 +23,9 @@ qrix::ini::Entry TakeEntry(std::string_view* in) {
 }
 
 bool SameEntries(const std::vector<qrix::ini::Entry>& a, const std::vector<qrix::ini::Entry>& b) {
-  if (a.size() != b.size()) {
-    return false;
-  }
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (a[i].key != b[i].key || a[i].value != b[i].value) {
-      return false;
-    }
-  }
-  return true;
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto& x, const auto& y) {
+    return x.key == y.key && x.value == y.value;
+  });
 }
 
 }  // namespace

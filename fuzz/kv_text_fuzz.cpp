@@ -8,18 +8,6 @@
 #include "fuzz/fuzz_check.h"
 #include "platform/vlibc/kv_text.h"
 
-namespace {
-
-// The next line of `in` (without its newline), consumed.
-std::string_view TakeLine(std::string_view* in) {
-  const size_t nl = in->find('\n');
-  const std::string_view line = in->substr(0, nl);
-  in->remove_prefix(nl == std::string_view::npos ? in->size() : nl + 1);
-  return line;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view in(reinterpret_cast<const char*>(data), size);
   const std::string key(TakeLine(&in));

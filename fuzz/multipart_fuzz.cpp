@@ -53,9 +53,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(parsed.has_value());
   FUZZ_CHECK(parsed->size() == parts.size());
   for (size_t i = 0; i < parts.size(); ++i) {
-    FUZZ_CHECK((*parsed)[i].name == parts[i].name);
-    FUZZ_CHECK((*parsed)[i].is_file == parts[i].is_file);
-    FUZZ_CHECK((*parsed)[i].content == parts[i].content);
+    const qrix::host::FormPart& got = (*parsed)[i];
+    FUZZ_CHECK(got.name == parts[i].name && got.is_file == parts[i].is_file &&
+               got.content == parts[i].content);
   }
   return 0;
 }

@@ -19,13 +19,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) {
     return 0;
   }
-  static const size_t rows = [] {
-    size_t n = 0;
-    for (const QRIX::APICheckTableEntry* row = GetAPICheckTable(); row->api != nullptr; ++row) {
-      ++n;
-    }
-    return n;
-  }();
+  static size_t rows = 0;  // counted on the first input, unchanged after
+  while (GetAPICheckTable()[rows].api != nullptr) {
+    ++rows;
+  }
   const QRIX::APICheckTableEntry& row = GetAPICheckTable()[data[0] % rows];
 
   Json::Value params(Json::objectValue);

@@ -9,25 +9,14 @@
 #include "fuzz/fuzz_check.h"
 #include "host/dispatch/request.h"
 
-namespace {
-
-std::string TakeLine(std::string_view* in) {
-  const size_t nl = in->find('\n');
-  const std::string line(in->substr(0, nl));
-  in->remove_prefix(nl == std::string_view::npos ? in->size() : nl + 1);
-  return line;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view in(reinterpret_cast<const char*>(data), size);
   qrix::host::HttpRequest http;
   http.method = "POST";
-  http.headers.emplace_back("content-type", TakeLine(&in));
-  http.target = TakeLine(&in);
-  http.headers.emplace_back("cookie", TakeLine(&in));
-  http.headers.emplace_back("accept-language", TakeLine(&in));
+  http.headers.emplace_back("content-type", std::string(TakeLine(&in)));
+  http.target = std::string(TakeLine(&in));
+  http.headers.emplace_back("cookie", std::string(TakeLine(&in)));
+  http.headers.emplace_back("accept-language", std::string(TakeLine(&in)));
   http.body = std::string(in);
   http.peer = "127.0.0.1";
 

@@ -1,10 +1,14 @@
 #include "tests/support/files.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "platform/vlibc/process.h"
 
@@ -74,6 +78,23 @@ std::optional<std::string> SourcedValue(const std::string& path, const std::stri
     return std::nullopt;
   }
   return out;
+}
+
+bool InChildren(int n, const std::function<bool(int)>& body) {
+  std::vector<pid_t> pids;
+  for (int i = 0; i < n; ++i) {
+    pids.push_back(::fork());
+    if (pids.back() == 0) {
+      ::_exit(body(i) ? 0 : 1);
+    }
+  }
+  bool ok = true;
+  for (const pid_t pid : pids) {
+    int status = 0;
+    ok = pid > 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
+         WEXITSTATUS(status) == 0 && ok;
+  }
+  return ok;
 }
 
 void WriteSettings(const std::string& content) {

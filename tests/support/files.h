@@ -2,6 +2,7 @@
 #ifndef HAULPORT_TESTS_SUPPORT_FILES_H_
 #define HAULPORT_TESTS_SUPPORT_FILES_H_
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -26,6 +27,9 @@ ParsedKv ParseKvStrict(const std::string& text);
 
 // What `sh` reads for `key` when it sources `path` (a word key), or nothing when sh failed.
 std::optional<std::string> SourcedValue(const std::string& path, const std::string& key);
+
+// Runs `body(i)` in `n` forked children at once, i from 0; true when every one returned true.
+bool InChildren(int n, const std::function<bool(int)>& body);
 
 // Settings file helpers.
 inline constexpr const char* kSettingsConf = "/var/packages/Haulport/etc/settings.conf";

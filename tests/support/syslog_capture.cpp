@@ -79,10 +79,6 @@ std::vector<LogLine> SyslogCapture::Lines() {
   return lines_;
 }
 
-bool SyslogCapture::Contains(const std::string& text) {
-  return Count(text) > 0;
-}
-
 int SyslogCapture::Count(const std::string& text) {
   const std::lock_guard<std::mutex> guard(mutex_);
   Drain();

@@ -2,17 +2,12 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
-
-#include <cstdint>
+#include <unistd.h>
 
 namespace qrix::test {
 
-UpdateServer::UpdateServer()
-    : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
-      stop_(::eventfd(0, EFD_CLOEXEC)) {
+UpdateServer::UpdateServer() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -26,8 +21,7 @@ UpdateServer::UpdateServer()
 }
 
 UpdateServer::~UpdateServer() {
-  const uint64_t one = 1;
-  [[maybe_unused]] const ssize_t n = ::write(stop_.Get(), &one, sizeof one);
+  ::shutdown(listener_.Get(), SHUT_RDWR);  // the waiting accept() fails, and Serve() returns
   thread_.join();
 }
 
@@ -53,11 +47,10 @@ std::vector<std::string> UpdateServer::Targets() {
 
 void UpdateServer::Serve() {
   for (;;) {
-    pollfd fds[] = {{listener_.Get(), POLLIN, 0}, {stop_.Get(), POLLIN, 0}};
-    if (::poll(fds, 2, -1) < 0 || fds[1].revents != 0) {
+    UniqueFd client(::accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!client.Valid()) {
       return;
     }
-    UniqueFd client(::accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
     std::string request;
     char buf[4096];
     ssize_t n = 0;

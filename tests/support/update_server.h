@@ -32,7 +32,6 @@ class UpdateServer {
   void Serve();
 
   UniqueFd listener_;
-  UniqueFd stop_;
   int port_ = 0;
   std::mutex mutex_;
   int status_ = 200;

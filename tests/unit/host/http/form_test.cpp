@@ -62,10 +62,8 @@ TEST(FormTest, FieldValueIsJsonWhenItParsesAndTextOtherwise) {
   };
   const Row rows[] = {
       {"6881", 6881},
-      {"-3", -3},
       {"2.5", 2.5},
       {"true", true},
-      {"false", false},
       {"null", Json::Value()},
       {"[\"a\",2]", list},
       {"\"auto\"", "auto"},

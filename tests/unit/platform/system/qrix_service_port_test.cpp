@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -91,24 +89,15 @@ TEST_F(ServicePortTest, BadArgumentsAreRefusedAndWriteNothing) {
 TEST_F(ServicePortTest, ConcurrentWritersLoseNothing) {
   constexpr int kWriters = 6;
   constexpr int kEach = 15;
-  pid_t pids[kWriters];
-  for (int w = 0; w < kWriters; ++w) {
-    pids[w] = fork();
-    if (pids[w] == 0) {
-      int failures = 0;
-      for (int i = 0; i < kEach; ++i) {
-        const QRIXSERVICEPORT r = Record(QRIX_PORT_TCP, 1000 * (w + 1) + i);
-        const std::string section = "s" + std::to_string(w) + "_" + std::to_string(i);
-        failures += QRIXServiceConfSectionPortSet(2, "shared", section.c_str(), &r) != 0;
-      }
-      _exit(failures);
+  EXPECT_TRUE(qrix::test::InChildren(kWriters, [](int w) {
+    bool ok = true;
+    for (int i = 0; i < kEach; ++i) {
+      const QRIXSERVICEPORT r = Record(QRIX_PORT_TCP, 1000 * (w + 1) + i);
+      const std::string section = "s" + std::to_string(w) + "_" + std::to_string(i);
+      ok = QRIXServiceConfSectionPortSet(2, "shared", section.c_str(), &r) == 0 && ok;
     }
-  }
-  for (pid_t pid : pids) {
-    int status = 0;
-    waitpid(pid, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  }
+    return ok;
+  }));
   const auto sections = qrix::ini::ParseSections(ReadText(kDir + "/shared.conf"));
   EXPECT_EQ(sections.size(), static_cast<size_t>(kWriters * kEach));
   for (int w = 0; w < kWriters; ++w) {

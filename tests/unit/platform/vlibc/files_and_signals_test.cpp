@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -48,18 +47,12 @@ bool Hold(const char* path) {
 
 // A locked save of the secret, in a child that an alarm ends should it hang.
 bool Save(const char* value) {
-  const pid_t pid = fork();
-  if (pid == 0) {
+  return qrix::test::InChildren(1, [value](int) {
     alarm(60);
-    _exit(VLIBCFileLock(0x806, 5) == 0 &&
-                  VLIBCFileSetKeyValue(kSettingsConf, kSecretKey, value, nullptr) == 0 &&
-                  VLIBCFileUnlock(0x800) == 0
-              ? 0
-              : 1);
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return VLIBCFileLock(0x806, 5) == 0 &&
+           VLIBCFileSetKeyValue(kSettingsConf, kSecretKey, value, nullptr) == 0 &&
+           VLIBCFileUnlock(0x800) == 0;
+  });
 }
 
 void ExpectOwned(const char* path, gid_t gid, mode_t mode) {

@@ -68,56 +68,50 @@ void WritePidFile(pid_t pid, uid_t owner, mode_t mode) {
   ASSERT_EQ(chmod(kPidFile, mode), 0);
 }
 
-TEST(VlibcProcTest, SignalsTheDaemonOfAPidFileThatRootOrThePackageWrote) {
-  for (const uid_t owner : {uid_t{0}, kPackage}) {
-    SCOPED_TRACE(owner);
-    const pid_t pid = SignalCatcher(owner);
-    WritePidFile(pid, owner, 0644);
-    ASSERT_EQ(VLIBCProcSignalByPidFile(kPidFile, SIGUSR2), 0);
-    EXPECT_EQ(FirstSignalOf(pid), SIGUSR2);
-  }
-}
-
-// A pid file that another account could have written or planted, or that names a process
-// other than its writer's, must never aim root's signal.
-TEST(VlibcProcTest, RefusesPidFilesOthersCouldTurn) {
-  const pid_t root_process = SignalCatcher();
-  const pid_t nobody_process = SignalCatcher(kNobody);
+// Only a pid file root or the package wrote, naming a process of its writer, aims the signal.
+// One that another account could have written or planted, or that names a process other than
+// its writer's, must never aim root's signal.
+TEST(VlibcProcTest, SignalsOnlyThroughPidFilesOthersCouldNotTurn) {
+  enum Kind { kFile, kLink, kDirectory };
   struct Case {
     const char* name;
-    void (*prepare)(pid_t root_process, pid_t nobody_process);
+    uid_t process;  // the account the process named runs as
+    uid_t owner;    // and the pid file's owner and mode
+    mode_t mode;
+    Kind kind;
+    bool signalled;
   } const cases[] = {
-      {"owned by nobody", [](pid_t p, pid_t) { WritePidFile(p, kNobody, 0644); }},
-      {"writable by others", [](pid_t p, pid_t) { WritePidFile(p, 0, 0666); }},
-      {"writable by the group", [](pid_t p, pid_t) { WritePidFile(p, 0, 0664); }},
-      {"a process of another account", [](pid_t, pid_t n) { WritePidFile(n, 0, 0644); }},
-      {"a symbolic link",
-       [](pid_t p, pid_t) {
-         WritePidFile(p, 0, 0644);
-         qrix::test::WriteText("/tmp/proc_test.real", std::to_string(p));
-         qrix::test::Remove(kPidFile);
-         ASSERT_EQ(symlink("/tmp/proc_test.real", kPidFile), 0);
-       }},
-      {"a directory",
-       [](pid_t, pid_t) {
-         qrix::test::Remove(kPidFile);
-         ASSERT_EQ(mkdir(kPidFile, 0755), 0);
-       }},
+      {"root's", 0, 0, 0644, kFile, true},
+      {"the package's", kPackage, kPackage, 0644, kFile, true},
+      {"owned by nobody", 0, kNobody, 0644, kFile, false},
+      {"writable by others", 0, 0, 0666, kFile, false},
+      {"writable by the group", 0, 0, 0664, kFile, false},
+      {"a process of another account", kNobody, 0, 0644, kFile, false},
+      {"a symbolic link", 0, 0, 0644, kLink, false},
+      {"a directory", 0, 0, 0755, kDirectory, false},
   };
   auto& log = qrix::test::SyslogCapture::Get();
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     log.Clear();
-    c.prepare(root_process, nobody_process);
-    EXPECT_EQ(VLIBCProcSignalByPidFile(kPidFile, SIGHUP), -1);
-    EXPECT_TRUE(log.Contains(std::string("refusing pid file ") + kPidFile));
+    const pid_t pid = SignalCatcher(c.process);
+    WritePidFile(pid, c.owner, c.mode);
+    if (c.kind != kFile) {
+      qrix::test::Remove(kPidFile);
+    }
+    if (c.kind == kLink) {
+      qrix::test::WriteText("/tmp/proc_test.real", std::to_string(pid));
+      ASSERT_EQ(symlink("/tmp/proc_test.real", kPidFile), 0);
+    } else if (c.kind == kDirectory) {
+      ASSERT_EQ(mkdir(kPidFile, c.mode), 0);
+    }
+    EXPECT_EQ(VLIBCProcSignalByPidFile(kPidFile, SIGHUP), c.signalled ? 0 : -1);
+    EXPECT_EQ(log.Contains(std::string("refusing pid file ") + kPidFile), !c.signalled);
     rmdir(kPidFile);
+    // A refused SIGHUP never arrived: the first signal the process sees is this one.
+    kill(pid, SIGUSR2);
+    EXPECT_EQ(FirstSignalOf(pid), c.signalled ? SIGHUP : SIGUSR2);
   }
-  // Neither process got the refused SIGHUPs: the first signal each sees is this one.
-  kill(root_process, SIGUSR2);
-  kill(nobody_process, SIGUSR2);
-  EXPECT_EQ(FirstSignalOf(root_process), SIGUSR2);
-  EXPECT_EQ(FirstSignalOf(nobody_process), SIGUSR2);
 }
 
 TEST(VlibcProcTest, RefusesPidFilesThatNameNoLiveProcess) {

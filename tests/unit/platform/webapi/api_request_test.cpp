@@ -22,7 +22,9 @@ struct Case {
   const char* value;  // the value as JSON text, for well-typed ones
 };
 
-Json::Value Parse(const char* text) { return QRIX::WebAPIUtil::ParseJson(text); }
+Json::Value Parse(const char* text) {
+  return QRIX::WebAPIUtil::ParseJson(text);
+}
 
 TEST(APIRequestTest, TypedGetters) {
   constexpr auto kReq = APIRequest::PARAM_REQUIRED;
@@ -56,27 +58,22 @@ TEST(APIRequestTest, TypedGetters) {
     bool set = false;
     bool invalid = false;
     Json::Value value;
+    const auto take = [&](const auto& p) {
+      set = p.IsSet(), invalid = p.IsInvalid(), value = p.Get();
+    };
     switch (c.type) {
-      case Type::kString: {
-        const auto p = request.GetAndCheckString("p", c.necessity);
-        set = p.IsSet(), invalid = p.IsInvalid(), value = p.Get();
+      case Type::kString:
+        take(request.GetAndCheckString("p", c.necessity));
         break;
-      }
-      case Type::kInt: {
-        const auto p = request.GetAndCheckInt("p", c.necessity);
-        set = p.IsSet(), invalid = p.IsInvalid(), value = p.Get();
+      case Type::kInt:
+        take(request.GetAndCheckInt("p", c.necessity));
         break;
-      }
-      case Type::kBool: {
-        const auto p = request.GetAndCheckBool("p", c.necessity);
-        set = p.IsSet(), invalid = p.IsInvalid(), value = p.Get();
+      case Type::kBool:
+        take(request.GetAndCheckBool("p", c.necessity));
         break;
-      }
-      case Type::kArray: {
-        const auto p = request.GetAndCheckUnitArray("p", c.necessity);
-        set = p.IsSet(), invalid = p.IsInvalid(), value = p.Get();
+      case Type::kArray:
+        take(request.GetAndCheckUnitArray("p", c.necessity));
         break;
-      }
     }
     EXPECT_EQ(set, c.set);
     EXPECT_EQ(invalid, c.invalid);
