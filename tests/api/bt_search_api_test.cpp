@@ -25,9 +25,8 @@ TEST_F(HostTest, PluginsAreAddedOnlyAsUploadedFiles) {
   std::filesystem::copy(
       QRIX_SOURCE_DIR "/demo/target/ui/dlm/btsearch", dir,
       std::filesystem::copy_options::recursive | std::filesystem::copy_options::overwrite_existing);
-  HostServer server;
-  ApiClient alice(server);
-  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+  Start();
+  ApiClient& alice = *alice_;
   const auto api = [&](const char* method, const Fields& fields = {}) {
     return alice.Call(kApi, method, fields);
   };
