@@ -353,8 +353,7 @@ TEST_F(ReliabilityTest, AFullDiskKeepsTheOldSettingsAndTheNextSetWorks) {
     }
     ASSERT_EQ(errno, ENOSPC);
   }
-  const std::string api = "QRIX.Haulport2.Setting.FtpHttp";
-  EXPECT_EQ(alice_->Call(api, "set", {{"ftp_max_conn", "17"}}), ErrorEnvelope(505));
+  EXPECT_EQ(Call("FtpHttp", "set", {{"ftp_max_conn", "17"}}), ErrorEnvelope(505));
   EXPECT_EQ(ReadText(kSettingsConf), old);
   std::vector<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(etc)) {
@@ -364,7 +363,7 @@ TEST_F(ReliabilityTest, AFullDiskKeepsTheOldSettingsAndTheNextSetWorks) {
   EXPECT_EQ(names, (std::vector<std::string>{"filler", "settings.conf"}));
 
   Remove(etc + "/filler");
-  EXPECT_TRUE(alice_->Call(api, "set", {{"ftp_max_conn", "17"}})["success"].asBool());
+  EXPECT_TRUE(Call("FtpHttp", "set", {{"ftp_max_conn", "17"}})["success"].asBool());
   EXPECT_EQ(ReadSettings()["download_ftpmax"], "17");
 }
 
@@ -437,24 +436,20 @@ TEST_F(ReliabilityTest, AWorkerKilledMidSetLeavesEachKeyOldOrNew) {
 // Clients setting their own keys at once lose no update: each client's last value is what "get"
 // reads at the end.
 TEST_F(ReliabilityTest, ConcurrentSetsLoseNoUpdate) {
-  const std::pair<const char*, const char*> owned[] = {
-      {"BT", "max_upload_rate"},
-      {"BT", "max_download_rate"},
-      {"BT", "seeding_ratio"},
-      {"BT", "seeding_interval"},
-      {"FtpHttp", "ftp_max_conn"},
-      {"FtpHttp", "ftp_http_max_download_rate"},
-      {"Nzb", "max_download_rate"},
-      {"Nzb", "conn_per_download"},
-      {"Scheduler", "download_rate"},
-      {"Scheduler", "upload_rate"},
-      {"Rss", "update_interval"},
-      {"Emule", "upload_rate"},
-      {"Emule", "download_rate"},
-      {"Emule", "schedule_upload_rate"},
-      {"Emule", "schedule_download_rate"},
-      {"Nzb", "username"},
+  const std::pair<std::string, std::vector<std::string>> by_api[] = {
+      {"BT", {"max_upload_rate", "max_download_rate", "seeding_ratio", "seeding_interval"}},
+      {"FtpHttp", {"ftp_max_conn", "ftp_http_max_download_rate"}},
+      {"Nzb", {"max_download_rate", "conn_per_download", "username"}},
+      {"Scheduler", {"download_rate", "upload_rate"}},
+      {"Rss", {"update_interval"}},
+      {"Emule", {"upload_rate", "download_rate", "schedule_upload_rate", "schedule_download_rate"}},
   };
+  std::vector<std::pair<std::string, std::string>> owned;
+  for (const auto& [api, params] : by_api) {
+    for (const std::string& param : params) {
+      owned.emplace_back(api, param);
+    }
+  }
   const int sets = Count(20, 500);
   std::vector<std::thread> clients;
   std::atomic<int> failed = 0;
@@ -467,10 +462,8 @@ TEST_F(ReliabilityTest, ConcurrentSetsLoseNoUpdate) {
       }
       for (int i = 1; i <= sets; ++i) {
         const std::string value =
-            param == std::string("username") ? "\"u" + std::to_string(i) + "\"" : std::to_string(i);
-        failed += !client
-                       .Call(std::string("QRIX.Haulport2.Setting.") + api, "set",
-                             {{param, value}})["success"]
+            param == "username" ? "\"u" + std::to_string(i) + "\"" : std::to_string(i);
+        failed += !client.Call("QRIX.Haulport2.Setting." + api, "set", {{param, value}})["success"]
                        .asBool();
       }
     });
@@ -480,14 +473,11 @@ TEST_F(ReliabilityTest, ConcurrentSetsLoseNoUpdate) {
   }
   EXPECT_EQ(failed, 0);
   for (const auto& [api, param] : owned) {
-    const Json::Value data =
-        alice_->Call(std::string("QRIX.Haulport2.Setting.") + api, "get")["data"];
-    const Json::Value want = param == std::string("username")
-                                 ? Json::Value("u" + std::to_string(sets))
-                                 : Json::Value(sets);
-    EXPECT_EQ(data[param], want) << api << " " << param;
+    const Json::Value want =
+        param == "username" ? Json::Value("u" + std::to_string(sets)) : Json::Value(sets);
+    EXPECT_EQ(Call(api, "get")["data"][param], want) << api << " " << param;
   }
-  std::printf("concurrent sets: %zu clients x %d sets\n", std::size(owned), sets);
+  std::printf("concurrent sets: %zu clients x %d sets\n", owned.size(), sets);
 }
 
 }  // namespace
