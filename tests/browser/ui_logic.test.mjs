@@ -228,14 +228,10 @@ describe('requests and answers', () => {
   });
 });
 
+// The C++ sources under `dir`.
 async function sourceFiles(dir) {
-  const out = [];
-  for (const entry of await readdir(dir, { withFileTypes: true })) {
-    const full = path.join(dir, entry.name);
-    if (entry.isDirectory()) out.push(...await sourceFiles(full));
-    else if (entry.name.endsWith('.cpp')) out.push(full);
-  }
-  return out;
+  const names = await readdir(dir, { recursive: true });
+  return names.filter((name) => name.endsWith('.cpp')).map((name) => path.join(dir, name));
 }
 
 // The "set" parameters of each API as the module's check table declares them.
