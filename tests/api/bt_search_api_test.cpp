@@ -1,6 +1,6 @@
-// BT search over HTTP: plug-ins arrive only as uploaded files. The methods' commands and codes,
-// and the update check, are the handler test's; the page's test drives the demo's search script
-// end to end.
+// BT search over HTTP: plug-ins arrive only as uploaded files, and updates are checked with a
+// server on loopback. The methods' commands and codes are the handler test's; the page's test
+// drives the demo's search script end to end.
 #include <filesystem>
 #include <string>
 
@@ -26,9 +26,8 @@ TEST_F(HostTest, PluginsAreAddedOnlyAsUploadedFiles) {
   std::filesystem::copy(
       QRIX_SOURCE_DIR "/demo/target/ui/dlm/btsearch", dir,
       std::filesystem::copy_options::recursive | std::filesystem::copy_options::overwrite_existing);
-  HostServer server;
-  ApiClient alice(server);
-  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+  Start();
+  ApiClient& alice = *alice_;
   const auto api = [&](const char* method, const Fields& fields = {}) {
     return alice.Call(kApi, method, fields);
   };

@@ -50,20 +50,17 @@ class EmuleApiTest : public HostTest {
     scheduler_ = std::make_unique<FakeScheduler>();
     amuled_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amuled.pid");
     cgid_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amulecgid.pid");
-    server_ = std::make_unique<HostServer>();
-    for (const TestAccount* account : {&kAlice, &kBob, &kCarol}) {
-      clients_.push_back(std::make_unique<ApiClient>(*server_));
-      ASSERT_TRUE(clients_.back()->Login(*account)["success"].asBool());
-    }
+    Start();
+    carol_ = std::make_unique<ApiClient>(*server_);
+    ASSERT_TRUE(carol_->Login(kCarol)["success"].asBool());
   }
 
   std::unique_ptr<FakeScheduler> scheduler_, amuled_, cgid_;
-  std::unique_ptr<HostServer> server_;
-  std::vector<std::unique_ptr<ApiClient>> clients_;  // alice, bob, carol
+  std::unique_ptr<ApiClient> carol_;
 };
 
 TEST_F(EmuleApiTest, AnAdministratorSetsPortsScheduleAndFolders) {
-  ApiClient& alice = *clients_[0];
+  ApiClient& alice = *alice_;
   const std::string week = std::string(100, '1') + std::string(68, '0');
   EXPECT_EQ(alice.Call(kEmule, "set",
                        {{"port_type", R"("manual_port")"},
@@ -111,27 +108,27 @@ TEST_F(EmuleApiTest, AnAdministratorSetsPortsScheduleAndFolders) {
   EXPECT_EQ(ReadText(kShareDir), "video\nvideo/bob\n");
 
   // An ordinary account sees whether eMule is on, and its "set" changes nothing.
-  EXPECT_EQ(clients_[1]->Call(kEmule, "get"),
+  EXPECT_EQ(bob_->Call(kEmule, "get"),
             ParseJson(R"({"success": true, "data": {"enable_emule": true}})"));
   const std::string before = ReadText(kSettingsConf);
-  EXPECT_EQ(clients_[1]->Call(kEmule, "set", {{"max_conn", "100"}, {"share_folders", "[]"}}),
+  EXPECT_EQ(bob_->Call(kEmule, "set", {{"max_conn", "100"}, {"share_folders", "[]"}}),
             ParseJson(R"({"success": true})"));
   EXPECT_EQ(ReadText(kSettingsConf), before);
   EXPECT_EQ(ReadText(kShareDir), "video\nvideo/bob\n");
 }
 
 TEST_F(EmuleApiTest, TwoAccountsKeepTheirOwnDestinations) {
-  for (const auto& [who, folder] : {std::pair{1, "video/bob"}, std::pair{2, "video"}}) {
-    EXPECT_EQ(clients_[who]->Call(kDestination, "set",
-                                  {{"default_destination", "\"" + std::string(folder) + "\""}}),
+  for (const auto& [who, folder] : {std::pair{bob_.get(), "video/bob"}, {carol_.get(), "video"}}) {
+    EXPECT_EQ(who->Call(kDestination, "set",
+                        {{"default_destination", "\"" + std::string(folder) + "\""}}),
               ParseJson(R"({"success": true})"));
   }
   EXPECT_EQ(ReadText(kDestinationConf), "2002=\"video/bob\"\n2003=\"video\"\n");
   for (const auto& [who, folder] :
-       {std::pair{0, ""}, std::pair{1, "video/bob"}, std::pair{2, "video"}}) {
+       {std::pair{alice_.get(), ""}, {bob_.get(), "video/bob"}, {carol_.get(), "video"}}) {
     Json::Value want = ParseJson(R"({"success": true, "data": {}})");
     want["data"]["default_destination"] = folder;
-    EXPECT_EQ(clients_[who]->Call(kDestination, "get"), want) << who;
+    EXPECT_EQ(who->Call(kDestination, "get"), want) << folder;
   }
 }
 

@@ -45,9 +45,8 @@ TEST_F(HostTest, MovesTheTemporaryDirectoryToAnotherVolume) {
   Remove("/var/services/download");
   fs::create_symlink("/volume1/@download", "/var/services/download");
 
-  HostServer server;
-  ApiClient alice(server);
-  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+  Start();
+  ApiClient& alice = *alice_;
   EXPECT_EQ(alice.Call(kGlobal, "get")["data"]["download_volume"], "/volume1");
   EXPECT_EQ(alice.Call(kGlobal, "set", {{"download_volume", "\"/volume2\""}}),
             ParseJson(R"({"success": true, "data": {"running": 1, "progress": "START"}})"));

@@ -218,15 +218,8 @@ HttpCall ApiClient::Post(const std::string& form) const {
   if (!origin.empty()) {
     call.headers.push_back("Origin: " + origin);
   }
-  std::string cookies;
   if (!session_id.empty()) {
-    cookies = "qrix_sid=" + session_id;
-  }
-  if (!extra_cookies.empty()) {
-    cookies += (cookies.empty() ? "" : "; ") + extra_cookies;
-  }
-  if (!cookies.empty()) {
-    call.headers.push_back("Cookie: " + cookies);
+    call.headers.push_back("Cookie: qrix_sid=" + session_id + extra_cookies);
   }
   if (!token.empty()) {
     call.headers.push_back("X-QRIX-Token: " + token);
@@ -248,10 +241,6 @@ Json::Value ApiClient::Login(const std::string& account, const std::string& pass
   return envelope;
 }
 
-Json::Value ApiClient::Logout() {
-  return ParseJson(Send(Post(FormEncode({{"api", "QRIX.API.Auth"}, {"method", "logout"}}))).body);
-}
-
 Json::Value ApiClient::Call(const std::string& api, const std::string& method, const Fields& params,
                             const std::string& version) {
   Fields fields = {{"api", api}, {"version", version}, {"method", method}};
@@ -263,6 +252,14 @@ void HostTest::SetUp() {
   if (::geteuid() != 0) {
     GTEST_SKIP() << "needs root inside the sandbox (account files, PAM)";
   }
+}
+
+void HostTest::Start(std::vector<std::string> args) {
+  server_ = std::make_unique<HostServer>(std::move(args));
+  alice_ = std::make_unique<ApiClient>(*server_);
+  bob_ = std::make_unique<ApiClient>(*server_);
+  ASSERT_TRUE(alice_->Login(kAlice)["success"].asBool());
+  ASSERT_TRUE(bob_->Login(kBob)["success"].asBool());
 }
 
 Json::Value ParseJson(const std::string& text) {
@@ -332,14 +329,18 @@ std::string RawExchange(int port, std::string_view bytes) {
   return reply;
 }
 
-bool WaitForFile(const std::string& path, int ms) {
+bool WaitFor(const std::function<bool()>& done, int ms) {
   for (int waited = 0; waited < ms; waited += 10) {
-    if (::access(path.c_str(), F_OK) == 0) {
+    if (done()) {
       return true;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  return ::access(path.c_str(), F_OK) == 0;
+  return done();
+}
+
+bool WaitForFile(const std::string& path, int ms) {
+  return WaitFor([&] { return ::access(path.c_str(), F_OK) == 0; }, ms);
 }
 
 bool LogContains(const std::string& text) {
@@ -348,13 +349,7 @@ bool LogContains(const std::string& text) {
 }
 
 bool WaitForLog(const std::string& text, int ms) {
-  for (int waited = 0; waited < ms; waited += 10) {
-    if (LogContains(text)) {
-      return true;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return LogContains(text);
+  return WaitFor([&] { return LogContains(text); }, ms);
 }
 
 void ClearLog() {

@@ -88,7 +88,6 @@ class ApiClient {
   // Logs in and keeps the session cookie and the token on success. Returns the envelope.
   Json::Value Login(const std::string& account, const std::string& password);
   Json::Value Login(const TestAccount& account) { return Login(account.name, account.password); }
-  Json::Value Logout();
   // Posts a form call with the session cookie and token. Returns the envelope.
   Json::Value Call(const std::string& api, const std::string& method, const Fields& params = {},
                    const std::string& version = "1");
@@ -98,7 +97,7 @@ class ApiClient {
 
   std::string session_id;
   std::string token;
-  std::string extra_cookies;  // appended to the Cookie header, e.g. "lang=fra"
+  std::string extra_cookies;  // appended to the session's Cookie header, e.g. "; lang=fra"
   std::string origin;         // sent as Origin when set, as a browser would
   std::string ca_file;        // see HttpCall
   std::string last_cookie;    // the Set-Cookie of the last login
@@ -109,10 +108,15 @@ class ApiClient {
 };
 
 // Base of the API tests: skips unless the sandbox gives root, which the account files and PAM
-// need.
+// need. Start() runs a host and logs alice (an administrator) and bob (an ordinary user) in.
 class HostTest : public ::testing::Test {
  protected:
   void SetUp() override;
+  void Start(std::vector<std::string> args = {});
+
+  std::unique_ptr<HostServer> server_;
+  std::unique_ptr<ApiClient> alice_;
+  std::unique_ptr<ApiClient> bob_;
 };
 
 // The parsed body, or null when it is not JSON.
@@ -126,7 +130,8 @@ void EditLines(const char* path, const std::function<std::string(const std::stri
 UniqueFd ConnectTo(int port);
 // Sends raw bytes to the server and returns everything it sends back until it closes.
 std::string RawExchange(int port, std::string_view bytes);
-// Waits up to `ms` for `path` to exist.
+// Waits up to `ms` for `done()`; its last answer.
+bool WaitFor(const std::function<bool()>& done, int ms = 5000);
 bool WaitForFile(const std::string& path, int ms = 5000);
 
 // The servers' syslog lines. A thread keeps reading /dev/log: a reader that paused would fill

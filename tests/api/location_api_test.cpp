@@ -13,6 +13,8 @@ namespace qrix::test {
 namespace {
 
 constexpr const char* kLocation = "QRIX.Haulport2.Setting.Location";
+constexpr int kBobClient = 0;
+constexpr int kCarolClient = 1;
 
 class LocationApiTest : public HostTest {
  protected:
@@ -32,16 +34,12 @@ class LocationApiTest : public HostTest {
     }
     Remove("/var/services/download");
     std::filesystem::create_symlink("/volume1/@download", "/var/services/download");
-    server_ = std::make_unique<HostServer>();
-    for (const TestAccount* account : {&kBob, &kCarol}) {
-      clients_.push_back(std::make_unique<ApiClient>(*server_));
-      ASSERT_TRUE(clients_.back()->Login(*account)["success"].asBool());
-    }
+    Start();
+    carol_ = std::make_unique<ApiClient>(*server_);
+    ASSERT_TRUE(carol_->Login(kCarol)["success"].asBool());
   }
 
-  Json::Value Set(int who, const Fields& fields) {
-    return clients_[who]->Call(kLocation, "set", fields);
-  }
+  ApiClient& Client(int who) { return who == kBobClient ? *bob_ : *carol_; }
 
   // share_folder|enable_watchffolder|delete_watchtorrent|watchfolder, or "" without a row.
   static std::string Row(const char* account) {
@@ -52,12 +50,8 @@ class LocationApiTest : public HostTest {
     return row.empty() ? row : row.substr(0, row.size() - 1);
   }
 
-  std::unique_ptr<HostServer> server_;
-  std::vector<std::unique_ptr<ApiClient>> clients_;
+  std::unique_ptr<ApiClient> carol_;
 };
-
-constexpr int kBobClient = 0;
-constexpr int kCarolClient = 1;
 
 TEST_F(LocationApiTest, EachAccountKeepsItsOwnRow) {
   const struct {
@@ -116,12 +110,12 @@ TEST_F(LocationApiTest, EachAccountKeepsItsOwnRow) {
   for (const auto& step : steps) {
     SCOPED_TRACE(std::string(step.who == kBobClient ? "bob " : "carol ") +
                  step.fields.front().second);
-    EXPECT_EQ(Set(step.who, step.fields),
+    EXPECT_EQ(Client(step.who).Call(kLocation, "set", step.fields),
               step.code == 0 ? ParseJson(R"({"success": true})") : ErrorEnvelope(step.code));
     EXPECT_EQ(Row("bob"), step.bob);
     EXPECT_EQ(Row("carol"), step.carol);
   }
-  EXPECT_EQ(clients_[kBobClient]->Call(kLocation, "get"), ParseJson(R"({"success": true, "data": {
+  EXPECT_EQ(bob_->Call(kLocation, "get"), ParseJson(R"({"success": true, "data": {
       "default_destination": "video/bob", "enable_torrent_nzb_watch": false,
       "enable_delete_torrent_nzb_watch": false, "torrent_nzb_watch_folder": "video/bob"}})"));
 }

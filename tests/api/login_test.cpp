@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <thread>
@@ -28,20 +29,14 @@ class LoginTest : public HostTest {};
 TEST_F(LoginTest, LoginOpensASessionHeldByAnHttpOnlyCookieAndAToken) {
   HostServer server;
   ApiClient alice(server);
-  const HttpReply reply = alice.Send(alice.Post(FormEncode({{"api", "QRIX.API.Auth"},
-                                                            {"method", "login"},
-                                                            {"account", "alice"},
-                                                            {"passwd", kAlice.password}})));
-  const Json::Value envelope = ParseJson(reply.body);
-  ASSERT_TRUE(envelope["success"].asBool()) << reply.body;
-  const std::string token = envelope["data"]["token"].asString();
+  const Json::Value envelope = alice.Login(kAlice);
+  ASSERT_TRUE(envelope["success"].asBool()) << envelope;
+  const std::string& token = alice.token;
   EXPECT_TRUE(IsHex64(token)) << token;
   EXPECT_EQ(envelope["data"]["account"], "alice");
   EXPECT_EQ(envelope["data"]["admin"], true);
-
-  const std::string cookie = reply.Header("set-cookie");
-  ASSERT_EQ(cookie.rfind("qrix_sid=", 0), 0u) << cookie;
-  const std::string id = cookie.substr(9, cookie.find(';') - 9);
+  const std::string& id = alice.session_id;
+  const std::string& cookie = alice.last_cookie;
   EXPECT_TRUE(IsHex64(id)) << cookie;
   EXPECT_NE(id, token);
   for (const char* attribute : {"; HttpOnly", "; SameSite=Strict", "; Path=/"}) {
@@ -58,10 +53,11 @@ TEST_F(LoginTest, LoginOpensASessionHeldByAnHttpOnlyCookieAndAToken) {
   EXPECT_EQ(record["uid"].asUInt(), kAlice.uid);
   EXPECT_EQ(record["token"], token);
   EXPECT_EQ(ReadText(file).find(kAlice.password), std::string::npos);
-
-  alice.session_id = id;
-  alice.token = token;
   EXPECT_TRUE(alice.Call(kSettingsApi, "get")["success"].asBool());
+  // Passwords are text, whatever JSON they resemble: digits, or a quoted string.
+  EXPECT_TRUE(ApiClient(server).Login(kDave)["success"].asBool());
+  EXPECT_TRUE(
+      ApiClient(server).Login("bob", "\"" + std::string(kBob.password) + "\"")["success"].asBool());
 }
 
 TEST_F(LoginTest, RefusedLoginsSetNoCookieAndSayWhy) {
@@ -122,8 +118,7 @@ TEST_F(LoginTest, RefusedLoginsSetNoCookieAndSayWhy) {
     EXPECT_EQ(reply.Header("set-cookie"), "");
   }
 
-  const Json::Value unknown = alice.Call("QRIX.API.Auth", "register");
-  EXPECT_EQ(unknown, ErrorEnvelope(103));
+  EXPECT_EQ(alice.Call("QRIX.API.Auth", "register"), ErrorEnvelope(103));
 
   // In a JSON body a password must be a string.
   HttpCall json = alice.Post(
@@ -134,48 +129,9 @@ TEST_F(LoginTest, RefusedLoginsSetNoCookieAndSayWhy) {
   EXPECT_EQ(ParseJson(alice.Send(json).body), ErrorEnvelope(120, passwd_type));
 }
 
-TEST_F(LoginTest, PasswordsAreTextWhateverJsonTheyResemble) {
-  HostServer server;
-  struct Row {
-    const TestAccount& account;
-    std::string sent;
-  };
-  const Row rows[] = {
-      {kBob, kBob.password},                             // plain text
-      {kBob, "\"" + std::string(kBob.password) + "\""},  // a JSON string
-      {kDave, kDave.password},                           // digits: a JSON number if read so
-      {kDave, "\"" + std::string(kDave.password) + "\""},
-  };
-  for (const Row& row : rows) {
-    ApiClient client(server);
-    EXPECT_TRUE(client.Login(row.account.name, row.sent)["success"].asBool()) << row.sent;
-  }
-}
-
-// Logging out needs the token like any call; then the session is gone from the server.
-TEST_F(LoginTest, LogoutNeedsTheTokenAndEndsTheSession) {
-  HostServer server;
-  ApiClient bob(server);
-  ASSERT_TRUE(bob.Login(kBob)["success"].asBool());
-  const std::string file = std::string(kSessionDir) + "/" + bob.session_id;
-  ApiClient no_token = bob;
-  no_token.token.clear();
-  EXPECT_EQ(no_token.Logout(), ErrorEnvelope(107));
-  ASSERT_TRUE(bob.Call(kOpenApi, "echo")["success"].asBool()) << "the session must survive";
-
-  const HttpReply reply =
-      bob.Send(bob.Post(FormEncode({{"api", "QRIX.API.Auth"}, {"method", "logout"}})));
-  EXPECT_EQ(ParseJson(reply.body), ParseJson(R"({"success":true})")) << reply.body;
-  EXPECT_NE(reply.Header("set-cookie").find("Max-Age=0"), std::string::npos);
-  EXPECT_NE(::access(file.c_str(), F_OK), 0);
-  EXPECT_EQ(bob.Call(kOpenApi, "echo"), ErrorEnvelope(106));
-  EXPECT_EQ(bob.Logout(), ErrorEnvelope(106));
-}
-
 TEST_F(LoginTest, AnIdleSessionExpiresAndAUsedOneDoesNot) {
-  HostServer server({"--idle-timeout", "2"});
-  ApiClient bob(server);
-  ASSERT_TRUE(bob.Login(kBob)["success"].asBool());
+  Start({"--idle-timeout", "2"});
+  ApiClient& bob = *bob_;
   // Used every half second for longer than the idle time: still alive.
   for (int i = 0; i < 7; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -197,69 +153,42 @@ TEST_F(LoginTest, EachRequestChecksTheAccountBehindTheSession) {
   for (const std::string& file : files) {
     saved.push_back(ReadText(file));
   }
-  // Changes erin's line of `path` with `change` (":"-separated fields).
-  const auto edit = [](const char* path, std::function<void(std::vector<std::string>&)> change) {
-    EditLines(path, [&](const std::string& line) {
-      if (line.rfind("erin:", 0) != 0) {
+  // Replaces `from` with `to` in erin's line of `path`, or in the administrators' group line.
+  const auto edit = [](const char* path, const char* from, const char* to) {
+    return [=](const std::string&) {
+      EditLines(path, [&](std::string line) {
+        const size_t at = line.find(from);
+        if ((line.rfind("erin:", 0) == 0 || line.rfind("administrators:", 0) == 0) &&
+            at != std::string::npos) {
+          line.replace(at, std::strlen(from), to);
+        }
         return line;
-      }
-      std::vector<std::string> fields;
-      for (size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
-        end = line.find(':', start);
-        fields.push_back(line.substr(start, end - start));
-      }
-      change(fields);
-      std::string out;
-      for (const std::string& field : fields) {
-        out += (out.empty() ? "" : ":") + field;
-      }
-      return fields.empty() ? std::string() : out;
-    });
+      });
+    };
   };
-  const auto created = [](const std::string& session_file, long seconds_ago) {
-    Json::Value record = ParseJson(ReadText(session_file));
-    record["created"] = static_cast<Json::Int64>(::time(nullptr) - seconds_ago);
-    WriteText(session_file, record.toStyledString());
+  const auto created = [](long seconds_ago) {
+    return [=](const std::string& session_file) {
+      Json::Value record = ParseJson(ReadText(session_file));
+      record["created"] = static_cast<Json::Int64>(::time(nullptr) - seconds_ago);
+      WriteText(session_file, record.toStyledString());
+    };
   };
   struct Row {
     const char* label;
     std::function<void(const std::string& session_file)> change;
-    int code;    // 0: the call goes through
-    bool admin;  // then: what the module is told
+    int code;            // 0: the call goes through
+    bool admin = false;  // then: what the module is told
   };
   const Row rows[] = {
       {"nothing changed", [](const std::string&) {}, 0, true},
-      {"no longer an administrator",
-       [&](const std::string&) {
-         // The fixture adds erin to the group last.
-         EditLines("/etc/group", [](const std::string& line) {
-           return line.rfind("administrators:", 0) == 0 ? line.substr(0, line.rfind(",erin"))
-                                                        : line;
-         });
-       },
-       0, false},
-      {"password locked",
-       [&](const std::string&) { edit("/etc/shadow", [](auto& f) { f[1] = "!" + f[1]; }); }, 106,
-       false},
-      {"account expired",
-       [&](const std::string&) { edit("/etc/shadow", [](auto& f) { f[7] = "1"; }); }, 106, false},
-      {"password expired",
-       [&](const std::string&) {
-         edit("/etc/shadow", [](auto& f) {
-           f[2] = "1000";
-           f[4] = "30";
-         });
-       },
-       106, false},
-      {"account removed",
-       [&](const std::string&) { edit("/etc/passwd", [](auto& f) { f.clear(); }); }, 106, false},
-      {"account given to another uid",
-       [&](const std::string&) { edit("/etc/passwd", [](auto& f) { f[2] = "2999"; }); }, 106,
-       false},
-      {"session created in 1970", [&](const std::string& file) { created(file, ::time(nullptr)); },
-       106, false},
-      {"session past its 24 hours", [&](const std::string& file) { created(file, 24 * 3600 + 60); },
-       106, false},
+      {"no longer an administrator", edit("/etc/group", ",erin", ""), 0},
+      {"password locked", edit("/etc/shadow", "erin:", "erin:!"), 106},
+      {"account expired", edit("/etc/shadow", ":7:::", ":7::1:"), 106},
+      {"password expired", edit("/etc/shadow", ":99999:", ":1:"), 106},
+      {"account removed", edit("/etc/passwd", "erin:", "erin2:"), 106},
+      {"account given to another uid", edit("/etc/passwd", ":2005:", ":2999:"), 106},
+      {"session created in 1970", created(::time(nullptr)), 106},
+      {"session past its 24 hours", created(24 * 3600 + 60), 106},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.label);
@@ -283,11 +212,11 @@ TEST_F(LoginTest, EachRequestChecksTheAccountBehindTheSession) {
 }
 
 // Only a request that proves the session (cookie and token, from this server's pages) extends
-// it; anything refused leaves its last use where it was.
-TEST_F(LoginTest, ARefusedRequestDoesNotExtendTheSession) {
-  HostServer server;
-  ApiClient bob(server);
-  ASSERT_TRUE(bob.Login(kBob)["success"].asBool());
+// it; anything refused, a logout without the token too, leaves it as it was. A logout that
+// proves the session ends it on the server.
+TEST_F(LoginTest, ARefusedRequestDoesNotExtendTheSessionALogoutEndsIt) {
+  Start();
+  ApiClient& bob = *bob_;
   const std::string file = std::string(kSessionDir) + "/" + bob.session_id;
   const auto last_use = [&] {
     struct stat st {};
@@ -298,17 +227,27 @@ TEST_F(LoginTest, ARefusedRequestDoesNotExtendTheSession) {
   const time_t before = last_use();
 
   const std::string form = FormEncode({{"api", kOpenApi}, {"version", "1"}, {"method", "echo"}});
+  const std::string logout = FormEncode({{"api", "QRIX.API.Auth"}, {"method", "logout"}});
   ApiClient wrong_token = bob;
   wrong_token.token = std::string(64, '0');
+  ApiClient no_token = bob;
+  no_token.token.clear();
   HttpCall foreign = bob.Post(form);
   foreign.headers.push_back("Origin: http://evil.example");
-  for (const HttpCall& call : {wrong_token.Post(form), foreign}) {
+  for (const HttpCall& call : {wrong_token.Post(form), foreign, no_token.Post(logout)}) {
     const HttpReply reply = bob.Send(call);
     EXPECT_FALSE(ParseJson(reply.body)["success"].asBool()) << reply.status << " " << reply.body;
     EXPECT_EQ(last_use(), before);
   }
   EXPECT_TRUE(bob.Call(kOpenApi, "echo")["success"].asBool());
   EXPECT_GE(last_use(), before + 590) << "a proved request extends the session";
+
+  const HttpReply reply = bob.Send(bob.Post(logout));
+  EXPECT_EQ(ParseJson(reply.body), ParseJson(R"({"success":true})")) << reply.body;
+  EXPECT_NE(reply.Header("set-cookie").find("Max-Age=0"), std::string::npos);
+  EXPECT_NE(::access(file.c_str(), F_OK), 0);
+  EXPECT_EQ(bob.Call(kOpenApi, "echo"), ErrorEnvelope(106));
+  EXPECT_EQ(ParseJson(bob.Send(bob.Post(logout)).body), ErrorEnvelope(106));
 }
 
 // Failures count per account and client address, so that guesses from one address lock only

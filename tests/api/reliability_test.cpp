@@ -1,10 +1,13 @@
 // Every parameter of every method the module's check table lists, over HTTP: hostile values, and
 // every method without a session, with a wrong token, from a foreign Host or Origin, and as an
 // ordinary account where the policy says administrators only. Generated from the module's own
-// tables, so a new method or parameter is swept without new test code.
+// tables, so a new method or parameter is swept without new test code. Besides, the settings
+// APIs' wiring over HTTP: what a "set" leaves on disk, the signals the scheduler gets after the
+// answer, and refusals that change nothing. Each handler's own rules are the handlers' unit test.
 #include <fcntl.h>
 #include <json/json.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,7 +39,10 @@
 namespace qrix::test {
 namespace {
 
+using Counts = FakeScheduler::Counts;
+
 constexpr const char* kSmuggled = "/tmp/smuggled";
+constexpr const char* kFirewallRan = "/tmp/firewall.ran";
 // Everything the product keeps that a "set" may rewrite.
 constexpr const char* kKeptFiles[] = {
     kSettingsConf,
@@ -102,20 +108,87 @@ class ReliabilityTest : public HostTest {
       }
     }
     Remove(kSmuggled);
-    WriteText("/var/qrix/etc/firewall.conf", "reload_hook=\"/bin/true\"\n");
+    Remove(kFirewallRan);
+    WriteText("/tmp/firewall_hook", "#!/bin/sh\necho x >> " + std::string(kFirewallRan) + "\n");
+    ::chmod("/tmp/firewall_hook", 0755);
+    WriteText("/var/qrix/etc/firewall.conf", "reload_hook=\"/tmp/firewall_hook\"\n");
     scheduler_ = std::make_unique<FakeScheduler>();
     amuled_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amuled.pid");
     cgid_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amulecgid.pid");
-    server_ = std::make_unique<HostServer>();
-    alice_ = std::make_unique<ApiClient>(*server_);
-    ASSERT_TRUE(alice_->Login(kAlice)["success"].asBool());
+    Start();
+  }
+  // The host stops before the daemons it signals.
+  void TearDown() override { server_.reset(); }
+
+  Json::Value Call(const std::string& api, const std::string& method, const Fields& fields = {}) {
+    return alice_->Call("QRIX.Haulport2.Setting." + api, method, fields);
   }
 
   BtSearchFixture search_;
   std::unique_ptr<FakeScheduler> scheduler_, amuled_, cgid_;
-  std::unique_ptr<HostServer> server_;
-  std::unique_ptr<ApiClient> alice_;
 };
+
+class SettingsApiTest : public ReliabilityTest {};
+
+// A port change over HTTP: its keys written, and after the answer the scheduler signalled, the
+// firewall reloaded and the ports registered only when a port moved; "get" reads it back.
+TEST_F(SettingsApiTest, AnAcceptedSetWritesAndSignalsARefusedOneNeither) {
+  struct Row {
+    Fields fields;
+    std::map<std::string, std::string> written;  // keys that must hold these values
+    Counts signals;                              // added by this request
+    int firewall_reloads;
+    const char* get;  // members the following "get" must answer with
+  };
+  const Row rows[] = {
+      // DHT is on (by default) and its port moved: it restarts, and the firewall reloads.
+      {{{"tcp_port", "51413"}, {"dht_port", "7000"}},
+       {{"download_start_port", "51413"}, {"download_dhtport", "7000"}},
+       {1, 1, 0},
+       1,
+       R"({"tcp_port": 51413, "dht_port": 7000, "enable_dht": true})"},
+      // The same port: no registration, no reload, no restart.
+      {{{"tcp_port", "51413"}, {"max_upload_rate", "50"}},
+       {{"download_ul_rate", "50"}},
+       {1, 0, 0},
+       0,
+       R"({"tcp_port": 51413, "max_upload_rate": 50})"},
+  };
+  Counts total;
+  int reloads = 0;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.get);
+    EXPECT_EQ(Call("BT", "set", row.fields), ParseJson(R"({"success":true})"));
+    const std::map<std::string, std::string> file = ReadSettings();
+    for (const auto& [key, value] : row.written) {
+      EXPECT_EQ(file.count(key) ? file.at(key) : "(missing)", value) << key;
+    }
+    EXPECT_EQ(file.at("download_other"), "untouched");
+    total = {total.hup + row.signals.hup, total.cont + row.signals.cont,
+             total.usr2 + row.signals.usr2};
+    EXPECT_EQ(scheduler_->WaitFor(total), total);
+    reloads += row.firewall_reloads;
+    EXPECT_EQ(static_cast<int>(ReadText(kFirewallRan).size()) / 2, reloads);
+    const Json::Value got = Call("BT", "get");
+    const Json::Value want = ParseJson(row.get);
+    for (const std::string& member : want.getMemberNames()) {
+      EXPECT_EQ(got["data"][member], want[member]) << member << " " << got;
+    }
+  }
+  const std::string ports = ReadText("/var/qrix/etc/services/qrixdownload_port.conf");
+  EXPECT_NE(ports.find("[bt]"), std::string::npos) << ports;
+  EXPECT_NE(ports.find("[bt_dht]"), std::string::npos) << ports;
+
+  // What the module refuses writes nothing and announces nothing, then or with a later request.
+  const std::string before = ReadText(kSettingsConf);
+  EXPECT_EQ(Call("Nzb", "set", {{"server", R"("x\ndownload_evil=\"1\"")"}}), ErrorEnvelope(505));
+  EXPECT_EQ(Call("BT", "set", {{"bt_dht_port", "4672"}, {"dht_port", "4672"}}), ErrorEnvelope(517));
+  EXPECT_EQ(ReadText(kSettingsConf), before);
+  EXPECT_TRUE(Call("Rss", "set", {{"update_interval", "20"}})["success"].asBool());
+  ++total.hup;
+  EXPECT_EQ(scheduler_->WaitFor(total), total);
+  EXPECT_EQ(scheduler_->WaitFor({total.hup + 1, total.cont, total.usr2}, 300), total);
+}
 
 TEST_F(ReliabilityTest, EveryParameterOfEveryMethodTakesHostileValues) {
   const std::string megabyte = "\"" + std::string(1 << 20, 'm') + "\"";
@@ -211,11 +284,8 @@ TEST_F(ReliabilityTest, EveryParameterOfEveryMethodTakesHostileValues) {
 
 // Each refusal comes before the method runs: nothing it would have written is written.
 TEST_F(ReliabilityTest, EveryMethodRefusesCallersWithoutTheRightToIt) {
-  ApiClient bob(*server_);
-  ASSERT_TRUE(bob.Login(kBob)["success"].asBool());
   ApiClient nobody(*server_);
-  ApiClient wrong_token(*server_);
-  ASSERT_TRUE(wrong_token.Login(kAlice)["success"].asBool());
+  ApiClient wrong_token = *alice_;
   wrong_token.token = "0123456789abcdef";
   const Json::Value policy =
       ParseJson(ReadText(QRIX_SOURCE_DIR "/module/haulport_setting.policy.json"));
@@ -246,7 +316,7 @@ TEST_F(ReliabilityTest, EveryMethodRefusesCallersWithoutTheRightToIt) {
         {*alice_, {"Origin: http://evil.example"}, 403, 0},
     };
     if (!open.count(method.api)) {
-      attempts.push_back({bob, {}, 200, 105});
+      attempts.push_back({*bob_, {}, 200, 105});
     }
     for (const Attempt& attempt : attempts) {
       HttpCall call = attempt.client.Post(form);
@@ -283,8 +353,7 @@ TEST_F(ReliabilityTest, AFullDiskKeepsTheOldSettingsAndTheNextSetWorks) {
     }
     ASSERT_EQ(errno, ENOSPC);
   }
-  const std::string api = "QRIX.Haulport2.Setting.FtpHttp";
-  EXPECT_EQ(alice_->Call(api, "set", {{"ftp_max_conn", "17"}}), ErrorEnvelope(505));
+  EXPECT_EQ(Call("FtpHttp", "set", {{"ftp_max_conn", "17"}}), ErrorEnvelope(505));
   EXPECT_EQ(ReadText(kSettingsConf), old);
   std::vector<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(etc)) {
@@ -294,7 +363,7 @@ TEST_F(ReliabilityTest, AFullDiskKeepsTheOldSettingsAndTheNextSetWorks) {
   EXPECT_EQ(names, (std::vector<std::string>{"filler", "settings.conf"}));
 
   Remove(etc + "/filler");
-  EXPECT_TRUE(alice_->Call(api, "set", {{"ftp_max_conn", "17"}})["success"].asBool());
+  EXPECT_TRUE(Call("FtpHttp", "set", {{"ftp_max_conn", "17"}})["success"].asBool());
   EXPECT_EQ(ReadSettings()["download_ftpmax"], "17");
 }
 
@@ -367,24 +436,20 @@ TEST_F(ReliabilityTest, AWorkerKilledMidSetLeavesEachKeyOldOrNew) {
 // Clients setting their own keys at once lose no update: each client's last value is what "get"
 // reads at the end.
 TEST_F(ReliabilityTest, ConcurrentSetsLoseNoUpdate) {
-  const std::pair<const char*, const char*> owned[] = {
-      {"BT", "max_upload_rate"},
-      {"BT", "max_download_rate"},
-      {"BT", "seeding_ratio"},
-      {"BT", "seeding_interval"},
-      {"FtpHttp", "ftp_max_conn"},
-      {"FtpHttp", "ftp_http_max_download_rate"},
-      {"Nzb", "max_download_rate"},
-      {"Nzb", "conn_per_download"},
-      {"Scheduler", "download_rate"},
-      {"Scheduler", "upload_rate"},
-      {"Rss", "update_interval"},
-      {"Emule", "upload_rate"},
-      {"Emule", "download_rate"},
-      {"Emule", "schedule_upload_rate"},
-      {"Emule", "schedule_download_rate"},
-      {"Nzb", "username"},
+  const std::pair<std::string, std::vector<std::string>> by_api[] = {
+      {"BT", {"max_upload_rate", "max_download_rate", "seeding_ratio", "seeding_interval"}},
+      {"FtpHttp", {"ftp_max_conn", "ftp_http_max_download_rate"}},
+      {"Nzb", {"max_download_rate", "conn_per_download", "username"}},
+      {"Scheduler", {"download_rate", "upload_rate"}},
+      {"Rss", {"update_interval"}},
+      {"Emule", {"upload_rate", "download_rate", "schedule_upload_rate", "schedule_download_rate"}},
   };
+  std::vector<std::pair<std::string, std::string>> owned;
+  for (const auto& [api, params] : by_api) {
+    for (const std::string& param : params) {
+      owned.emplace_back(api, param);
+    }
+  }
   const int sets = Count(20, 500);
   std::vector<std::thread> clients;
   std::atomic<int> failed = 0;
@@ -397,10 +462,8 @@ TEST_F(ReliabilityTest, ConcurrentSetsLoseNoUpdate) {
       }
       for (int i = 1; i <= sets; ++i) {
         const std::string value =
-            param == std::string("username") ? "\"u" + std::to_string(i) + "\"" : std::to_string(i);
-        failed += !client
-                       .Call(std::string("QRIX.Haulport2.Setting.") + api, "set",
-                             {{param, value}})["success"]
+            param == "username" ? "\"u" + std::to_string(i) + "\"" : std::to_string(i);
+        failed += !client.Call("QRIX.Haulport2.Setting." + api, "set", {{param, value}})["success"]
                        .asBool();
       }
     });
@@ -410,14 +473,11 @@ TEST_F(ReliabilityTest, ConcurrentSetsLoseNoUpdate) {
   }
   EXPECT_EQ(failed, 0);
   for (const auto& [api, param] : owned) {
-    const Json::Value data =
-        alice_->Call(std::string("QRIX.Haulport2.Setting.") + api, "get")["data"];
-    const Json::Value want = param == std::string("username")
-                                 ? Json::Value("u" + std::to_string(sets))
-                                 : Json::Value(sets);
-    EXPECT_EQ(data[param], want) << api << " " << param;
+    const Json::Value want =
+        param == "username" ? Json::Value("u" + std::to_string(sets)) : Json::Value(sets);
+    EXPECT_EQ(Call(api, "get")["data"][param], want) << api << " " << param;
   }
-  std::printf("concurrent sets: %zu clients x %d sets\n", std::size(owned), sets);
+  std::printf("concurrent sets: %zu clients x %d sets\n", owned.size(), sets);
 }
 
 }  // namespace

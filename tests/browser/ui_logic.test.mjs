@@ -9,7 +9,7 @@ import { fileURLToPath } from 'node:url';
 
 import { ApiError, decodeAnswer, encodeCall } from '../../ui/api.js';
 import { describeError, kErrorTexts, needsLogin } from '../../ui/errors.js';
-import { changedValues, checkInteger, kFieldTypes } from '../../ui/form.js';
+import { changedValues, checkInteger } from '../../ui/form.js';
 import { kPages } from '../../ui/pages/index.js';
 import { formatSchedule, moveIndex, paintRect, parseSchedule } from '../../ui/schedule_grid.js';
 import { updatesFrom } from '../../ui/bt_search_page.js';
@@ -29,10 +29,8 @@ describe('schedule text', () => {
       { text: '1'.repeat(24), on: 24, exact: false },
       { text: `${ones}1`, on: 168, exact: false },
       { text: `2${ones.slice(1)}`, on: 167, exact: false },
-      { text: `x${'1'.repeat(167)}`, on: 167, exact: false },
       { text: '', on: 0, exact: false },
       { text: undefined, on: 0, exact: false },
-      { text: 7, on: 0, exact: false },
     ];
     for (const row of rows) {
       const { bits, exact } = parseSchedule(row.text);
@@ -55,10 +53,6 @@ describe('schedule text', () => {
         name: 'corners given backwards', from: at(3, 2), to: at(2, 1),
         cells: [at(2, 1), at(2, 2), at(3, 1), at(3, 2)],
       },
-      {
-        name: 'other diagonal', from: at(5, 0), to: at(6, 1),
-        cells: [at(5, 0), at(5, 1), at(6, 0), at(6, 1)],
-      },
     ];
     for (const row of rows) {
       for (const on of [true, false]) {
@@ -75,7 +69,6 @@ describe('schedule text', () => {
   test('keys move within the week and stop at its edges', () => {
     const rows = [
       { from: 0, key: 'ArrowLeft', to: 0 },
-      { from: 0, key: 'ArrowUp', to: 0 },
       { from: 0, key: 'ArrowRight', to: 1 },
       { from: 0, key: 'ArrowDown', to: 24 },
       { from: 23, key: 'ArrowRight', to: 23 },
@@ -85,7 +78,6 @@ describe('schedule text', () => {
       { from: 50, key: 'Home', to: 48 },
       { from: 50, key: 'End', to: 71 },
       { from: 50, key: 'a', to: -1 },
-      { from: 50, key: 'Tab', to: -1 },
     ];
     for (const row of rows) assert.equal(moveIndex(row.from, row.key), row.to, JSON.stringify(row));
   });
@@ -104,7 +96,6 @@ describe('form values', () => {
       { text: '11', bounds: { max: 10 }, error: 'Enter 10 or less.' },
       { text: '-7', bounds: {}, error: '' },
       { text: '', bounds: port, error: 'Enter a number.' },
-      { text: '   ', bounds: {}, error: 'Enter a number.' },
       { text: '1.5', bounds: {}, error: 'Enter a whole number.' },
       { text: '1e3', bounds: {}, error: 'Enter a whole number.' },
       { text: '0x10', bounds: {}, error: 'Enter a whole number.' },
@@ -182,7 +173,6 @@ describe('requests and answers', () => {
       },
       { answer: { success: false }, code: 0, errors: null },
       { answer: null, code: 0, errors: null },
-      { answer: 'ok', code: 0, errors: null },
       { answer: { success: 'yes' }, code: 0, errors: null },
     ];
     for (const row of rows) {
@@ -202,20 +192,12 @@ describe('requests and answers', () => {
 
   test('errors read as sentences that name the field', () => {
     const labelOf = (name) => ({ tcp_port: 'Listening port (TCP)' })[name] ?? name;
+    const refused = (name, reason) => new ApiError(120, { name, reason });
     const rows = [
-      {
-        error: new ApiError(120, { name: 'tcp_port', reason: 'condition' }),
-        text: 'Listening port (TCP) is outside the allowed values.',
-      },
-      {
-        error: new ApiError(120, { name: 'tcp_port', reason: 'type' }),
-        text: 'Listening port (TCP) has the wrong type of value.',
-      },
-      {
-        error: new ApiError(120, { name: 'plugin_name', reason: 'required' }),
-        text: 'plugin_name is required.',
-      },
-      { error: new ApiError(120, { name: 'x', reason: 'odd' }), text: 'x is not valid.' },
+      { error: refused('tcp_port', 'condition'), text: 'Listening port (TCP) is outside the allowed values.' },
+      { error: refused('tcp_port', 'type'), text: 'Listening port (TCP) has the wrong type of value.' },
+      { error: refused('plugin_name', 'required'), text: 'plugin_name is required.' },
+      { error: refused('x', 'odd'), text: 'x is not valid.' },
       { error: new ApiError(120), text: 'A value is not valid.' },
       { error: new ApiError(517), text: kErrorTexts[517] },
       { error: new ApiError(4242), text: 'The request failed with error 4242.' },
@@ -246,14 +228,10 @@ describe('requests and answers', () => {
   });
 });
 
+// The C++ sources under `dir`.
 async function sourceFiles(dir) {
-  const out = [];
-  for (const entry of await readdir(dir, { withFileTypes: true })) {
-    const full = path.join(dir, entry.name);
-    if (entry.isDirectory()) out.push(...await sourceFiles(full));
-    else if (entry.name.endsWith('.cpp')) out.push(full);
-  }
-  return out;
+  const names = await readdir(dir, { recursive: true });
+  return names.filter((name) => name.endsWith('.cpp')).map((name) => path.join(dir, name));
 }
 
 // The "set" parameters of each API as the module's check table declares them.
@@ -283,31 +261,7 @@ async function moduleParameters() {
 }
 
 describe('pages', () => {
-  test('are well formed: known types, unique ids, switches that exist', () => {
-    const ids = new Set();
-    for (const page of kPages.filter((p) => p.fields)) {
-      assert.ok(!ids.has(page.id), `page id ${page.id} is unique`);
-      ids.add(page.id);
-      const fields = page.fields.filter((f) => f.name);
-      const names = new Set(fields.map((f) => f.name));
-      assert.equal(names.size, fields.length, `${page.id}: field names are unique`);
-      for (const field of fields) {
-        assert.ok(kFieldTypes.includes(field.type), `${page.id}.${field.name}: type ${field.type}`);
-        assert.ok(field.label, `${page.id}.${field.name} has a label`);
-        if (field.enabledBy) {
-          const by = fields.find((f) => f.name === field.enabledBy);
-          const switchType = field.enabledValue === undefined ? 'bool' : 'select';
-          assert.equal(by?.type, switchType, `${page.id}.${field.name}: enabledBy names a switch`);
-          if (field.enabledValue !== undefined) {
-            assert.ok(by.options.some(([v]) => v === field.enabledValue),
-              `${page.id}.${field.name}: enabledValue is one of the choices`);
-          }
-        }
-      }
-    }
-  });
-
-  test('match the module\'s parameters: names, kinds, ranges and choices', async () => {
+  test('match the module\'s parameters: names, kinds, ranges, choices and switches', async () => {
     const params = await moduleParameters();
     const kinds = {
       bool: ['Bool'], int: ['Int', 'Port', 'Range'], text: ['Str'], password: ['Str'],
@@ -324,7 +278,16 @@ describe('pages', () => {
       for (const field of fields) {
         const rule = rules.find((r) => r.name === field.name);
         const where = `${page.id}.${field.name}`;
-        assert.ok(kinds[field.type].includes(rule.kind), `${where}: ${field.type} for ${rule.kind}`);
+        assert.ok(kinds[field.type]?.includes(rule.kind), `${where}: ${field.type} for ${rule.kind}`);
+        assert.ok(field.label, `${where} has a label`);
+        if (field.enabledBy) {
+          const by = page.fields.find((f) => f.name === field.enabledBy);
+          const switchType = field.enabledValue === undefined ? 'bool' : 'select';
+          assert.equal(by?.type, switchType, `${where}: enabledBy names a switch`);
+          if (field.enabledValue !== undefined) {
+            assert.ok(by.options.some(([v]) => v === field.enabledValue), `${where}: enabledValue`);
+          }
+        }
         if ('min' in rule) {
           assert.equal(field.min, rule.min, `${where}: minimum`);
           assert.equal(field.max, rule.max, `${where}: maximum`);

@@ -19,12 +19,8 @@ size_t CollectHeader(char* data, size_t size, size_t count, void* out) {
     std::transform(name.begin(), name.end(), name.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     std::string_view value = line.substr(colon + 1);
-    while (!value.empty() && (value.front() == ' ' || value.front() == '\t')) {
-      value.remove_prefix(1);
-    }
-    while (!value.empty() && (value.back() == '\r' || value.back() == '\n')) {
-      value.remove_suffix(1);
-    }
+    value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
+    value = value.substr(0, value.find_last_not_of("\r\n") + 1);
     static_cast<HttpReply*>(out)->headers.emplace_back(std::move(name), std::string(value));
   } else if (line.rfind("HTTP/", 0) == 0) {
     static_cast<HttpReply*>(out)->headers.clear();  // a 100 Continue came first
@@ -85,7 +81,6 @@ HttpReply Perform(const HttpCall& call) {
   const CURLcode rc = curl_easy_perform(c);
   if (rc != CURLE_OK) {
     reply.error = curl_easy_strerror(rc);
-    reply.status = 0;
     return reply;
   }
   curl_easy_getinfo(c, CURLINFO_RESPONSE_CODE, &reply.status);

@@ -28,16 +28,6 @@ function freePort() {
 
 const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
 
-// key="value" lines, as the settings file holds them.
-export function parseKeyValues(text) {
-  const out = {};
-  for (const line of text.split('\n')) {
-    const m = /^([^=\s]+)="(.*)"$/.exec(line);
-    if (m) out[m[1]] = m[2];
-  }
-  return out;
-}
-
 export async function startDemo() {
   const state = await mkdtemp(path.join(os.tmpdir(), 'qrix-browser-'));
   const port = await freePort();
@@ -59,9 +49,6 @@ export async function startDemo() {
     state,
     output: () => output,
     settingsFile: path.join(state, 'var/packages/Haulport/etc/settings.conf'),
-    async settings() {
-      return parseKeyValues(await readFile(this.settingsFile, 'utf8'));
-    },
     async stop() {
       if (!exited) {
         // SIGTERM to the script alone: it stops the host, the scheduler and the log in order.
