@@ -228,10 +228,14 @@ describe('requests and answers', () => {
   });
 });
 
-// The C++ sources under `dir`.
 async function sourceFiles(dir) {
-  const names = await readdir(dir, { recursive: true });
-  return names.filter((name) => name.endsWith('.cpp')).map((name) => path.join(dir, name));
+  const out = [];
+  for (const entry of await readdir(dir, { withFileTypes: true })) {
+    const full = path.join(dir, entry.name);
+    if (entry.isDirectory()) out.push(...await sourceFiles(full));
+    else if (entry.name.endsWith('.cpp')) out.push(full);
+  }
+  return out;
 }
 
 // The "set" parameters of each API as the module's check table declares them.
