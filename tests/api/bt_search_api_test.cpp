@@ -84,11 +84,9 @@ TEST_F(HostTest, PluginUpdatesAreCheckedAndFetchedFromTheUpdateServer) {
   UpdateServer update_server;
   BtSearchFixture script;
   WriteSettings("btsearch_server=\"" + update_server.Address() + "\"\n");
-  HostServer server;
-  ApiClient alice(server);
-  ASSERT_TRUE(alice.Login(kAlice)["success"].asBool());
+  Start();
   const auto api = [&](const char* method, const Fields& fields = {}) {
-    return alice.Call(kApi, method, fields);
+    return alice_->Call(kApi, method, fields);
   };
   update_server.Answer(200, R"({"plugins": [{"name": "linuxiso", "version": "1.3"}]})");
   EXPECT_EQ(api("update_check"), ParseJson(R"({"success": true,
