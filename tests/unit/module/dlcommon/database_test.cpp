@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/system/qrix_service.h"
+#include "tests/support/files.h"
 #include "tests/support/pgsql_server.h"
 #include "tests/support/syslog_capture.h"
 
@@ -59,11 +60,9 @@ enum class Via { kPersistent, kFresh, kFreshSuperuser };
 
 // In a child that takes the effective ids (uid, gid) first: "role euid egid" after connecting.
 std::string ConnectInChild(uid_t uid, gid_t gid, Via via) {
-  int fds[2];
-  EXPECT_EQ(::pipe(fds), 0);
+  ::unlink("/tmp/connected");
   const pid_t child = ::fork();
   if (child == 0) {
-    ::close(fds[0]);
     if (::setresgid(-1, gid, -1) != 0 || ::setresuid(-1, uid, -1) != 0) {
       ::_exit(2);
     }
@@ -71,16 +70,13 @@ std::string ConnectInChild(uid_t uid, gid_t gid, Via via) {
                                                : DownloadDBNonPConnect(via == Via::kFreshSuperuser);
     const std::string out = (conn ? Value(conn, "SELECT current_user", "current_user") : "none") +
                             " " + std::to_string(::geteuid()) + " " + std::to_string(::getegid());
-    ::_exit(::write(fds[1], out.data(), out.size()) == static_cast<ssize_t>(out.size()) ? 0 : 3);
+    qrix::test::WriteText("/tmp/connected", out);
+    ::_exit(0);
   }
-  ::close(fds[1]);
-  char buf[128] = {};
-  const ssize_t n = ::read(fds[0], buf, sizeof buf - 1);
-  ::close(fds[0]);
   int status = -1;
   ::waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);
-  return std::string(buf, n > 0 ? static_cast<size_t>(n) : 0);
+  return qrix::test::ReadText("/tmp/connected");
 }
 
 TEST(DatabaseTest, TheRoleFollowsTheIdentityAndTheIdsComeBack) {

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -240,9 +239,7 @@ TEST_F(BtSearchHandlerTest, ListAnswersTheScriptsJson) {
     script_.Answer(0, {}, row.output);
     const ApiResult result = CallApi("BTSearch", "list", "{}");
     EXPECT_EQ(result.Error(), row.code) << row.output;
-    if (row.plugins != nullptr) {
-      EXPECT_EQ(result.Data()["plugins"], Parse(row.plugins));
-    }
+    EXPECT_EQ(result.Data()["plugins"], row.plugins ? Parse(row.plugins) : Json::Value());
   }
 }
 
@@ -304,14 +301,7 @@ TEST_F(UpdateCheckTest, AnswersPassThroughUnlessTheyReportAFailure) {
     server_.Answer(row.status, row.body);
     const ApiResult result = CallApi("BTSearch", "update_check", "{}");
     EXPECT_EQ(result.Error(), row.code);
-    if (row.code == 0) {
-      Json::Value want;
-      std::string errors;
-      Json::CharReaderBuilder builder;
-      std::istringstream in(row.body);
-      ASSERT_TRUE(Json::parseFromStream(builder, in, &want, &errors));
-      EXPECT_EQ(result.Data(), want);
-    }
+    EXPECT_EQ(result.Data(), row.code == 0 ? Parse(row.body) : Json::Value());
   }
   EXPECT_TRUE(SyslogCapture::Get().Contains("handler/bt_search_handler:177 "));
 }
@@ -348,10 +338,8 @@ TEST_F(UpdateCheckTest, MissingVersionsAndUnreachableServers) {
     if (row.server)
       WriteSettings(std::string("btsearch_server=\"") + row.server + "\"\n");
     EXPECT_EQ(CallApi("BTSearch", "update_check", "{}").Error(), row.code);
-    if (row.log != nullptr) {
-      EXPECT_TRUE(
-          SyslogCapture::Get().Contains(std::string("handler/bt_search_handler") + row.log));
-    }
+    EXPECT_TRUE(row.log == nullptr ||
+                SyslogCapture::Get().Contains(std::string("handler/bt_search_handler") + row.log));
   }
   EXPECT_TRUE(server_.Targets().empty());
 }

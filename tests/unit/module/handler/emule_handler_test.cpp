@@ -39,6 +39,16 @@ Json::Value Json(const std::string& text) {
   return QRIX::WebAPIUtil::ParseJson(text);
 }
 
+qrix::test::ApiResult Emule(const char* method, const std::string& params,
+                            const QRIX::APILogin& login = kAnn) {
+  return CallApi("Emule", method, params, login);
+}
+
+qrix::test::ApiResult Location(const char* method, const std::string& params,
+                               const QRIX::APILogin& login = kAnn) {
+  return CallApi("Emule.Location", method, params, login);
+}
+
 class EmuleHandlerTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -75,47 +85,38 @@ TEST_F(EmuleHandlerTest, GetAnswersByPortTypeAndCaller) {
           "schedule": ")" +
       std::string(168, '1') + R"(", "schedule_upload_rate": 0,
           "schedule_download_rate": 0, "share_folders": ["video", "/volume1/video/sub"]})";
-  EXPECT_EQ(CallApi("Emule", "get", "{}", kAnn).Data(), Json(all));
-  const struct {
-    const char* file;
-    QRIX::APILogin login;
-    const char* want;  // members that must match
-  } cases[] = {
-      {"download_amule_tcp_port=\"0\"\ndownload_amule_udp_port=\"4672\"\n", kAnn,
-       R"({"port_type": "default_port", "tcp_port": 4662, "udp_port": 4672})"},
-      {"download_amule_tcp_port=\"4662\"\ndownload_amule_udp_port=\"4673\"\n", kAnn,
-       R"({"port_type": "manual_port", "tcp_port": 4662, "udp_port": 4673})"},
-      {"download_amule_max_conn=\"0\"\ndownload_amule_schedule_enable=\"YES\"\n"
-       "download_amule_schedule=\"0101\"\n",
-       kAnn, R"({"max_conn": 500, "enable_schedule": false, "schedule": "0101"})"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.file);
-    WriteSettings(std::string(kEnabled) + c.file);
-    const Json::Value got = CallApi("Emule", "get", "{}", c.login).Data();
-    const Json::Value want = Json(c.want);
-    for (const std::string& member : want.getMemberNames()) {
-      EXPECT_EQ(got[member], want[member]) << member;
+  EXPECT_EQ(Emule("get", "{}").Data(), Json(all));
+  // Each row: the file, and the members the answer must hold.
+  for (const auto& [file, want] : std::initializer_list<std::pair<const char*, const char*>>{
+           {"download_amule_tcp_port=\"0\"\ndownload_amule_udp_port=\"4672\"\n",
+            R"({"port_type": "default_port", "tcp_port": 4662, "udp_port": 4672})"},
+           {"download_amule_tcp_port=\"4662\"\ndownload_amule_udp_port=\"4673\"\n",
+            R"({"port_type": "manual_port", "tcp_port": 4662, "udp_port": 4673})"},
+           {"download_amule_max_conn=\"0\"\ndownload_amule_schedule_enable=\"YES\"\n"
+            "download_amule_schedule=\"0101\"\n",
+            R"({"max_conn": 500, "enable_schedule": false, "schedule": "0101"})"}}) {
+    WriteSettings(std::string(kEnabled) + file);
+    const Json::Value got = Emule("get", "{}").Data();
+    for (const std::string& member : Json(want).getMemberNames()) {
+      EXPECT_EQ(got[member], Json(want)[member]) << file << member;
     }
   }
   // Others learn only whether eMule is on; with eMule off, so does everyone.
-  EXPECT_EQ(CallApi("Emule", "get", "{}", kBen).Data(), Json(R"({"enable_emule": true})"));
+  EXPECT_EQ(Emule("get", "{}", kBen).Data(), Json(R"({"enable_emule": true})"));
   WriteSettings("download_enable_amule=\"no\"\n");
-  EXPECT_EQ(CallApi("Emule", "get", "{}", kAnn).Data(), Json(R"({"enable_emule": false})"));
+  EXPECT_EQ(Emule("get", "{}").Data(), Json(R"({"enable_emule": false})"));
   WriteSettings(kEnabled);
   WriteText(QRIX_AMULE_SHAREDDIR, "");
-  EXPECT_EQ(CallApi("Emule", "get", "{}", kAnn).Data()["share_folders"],
-            Json::Value(Json::arrayValue));
+  EXPECT_EQ(Emule("get", "{}").Data()["share_folders"], Json::Value(Json::arrayValue));
 }
 
 // Every key in table order; the flags as "1"/"0", the schedule switch alone as "yes"/"no".
 TEST_F(EmuleHandlerTest, SetWritesEachKeyWithItsEncoding) {
-  const auto result = CallApi("Emule", "set", R"({
+  const auto result = Emule("set", R"({
       "enable_server_update": true, "enable_server_auto_connect": false, "upload_rate": 1,
       "download_rate": 2, "enable_obfuscation": false, "enable_outgoing_obfuscation": true,
       "enable_obfuscation_only": true, "enable_schedule": true, "schedule": "0011",
-      "schedule_download_rate": 3, "schedule_upload_rate": 4, "max_conn": 200})",
-                              kAnn);
+      "schedule_download_rate": 3, "schedule_upload_rate": 4, "max_conn": 200})");
   ASSERT_TRUE(result.Success()) << result.Error();
   EXPECT_EQ(ReadText(qrix::test::kSettingsConf),
             std::string(kEnabled) +
@@ -129,8 +130,7 @@ TEST_F(EmuleHandlerTest, SetWritesEachKeyWithItsEncoding) {
   EXPECT_EQ(CallbackNames(*result.response), "SchedulerSIGHUP");
   // Another account's "set" succeeds and changes nothing.
   const std::string before = ReadText(qrix::test::kSettingsConf);
-  const auto other =
-      CallApi("Emule", "set", R"({"max_conn": 100, "share_folders": ["video"]})", kBen);
+  const auto other = Emule("set", R"({"max_conn": 100, "share_folders": ["video"]})", kBen);
   EXPECT_TRUE(other.Success());
   EXPECT_EQ(ReadText(qrix::test::kSettingsConf), before);
   EXPECT_FALSE(fs::exists(QRIX_AMULE_SHAREDDIR));
@@ -170,7 +170,7 @@ TEST_F(EmuleHandlerTest, PortChangesDecideRegistrationAndCallbacks) {
     SCOPED_TRACE(c.params);
     SetUp();
     WriteSettings(std::string(kEnabled) + c.file);
-    const auto result = CallApi("Emule", "set", c.params, kAnn);
+    const auto result = Emule("set", c.params);
     ASSERT_TRUE(result.Success()) << result.Error();
     EXPECT_EQ(CallbackNames(*result.response), c.callbacks);
     auto settings = ReadSettings();
@@ -201,7 +201,7 @@ TEST_F(EmuleHandlerTest, ConflictingPortsAnswer517) {
     SCOPED_TRACE(std::string(c.file) + c.params);
     const std::string file = std::string(kEnabled) + c.file;
     WriteSettings(file);
-    const auto result = CallApi("Emule", "set", c.params, kAnn);
+    const auto result = Emule("set", c.params);
     EXPECT_EQ(result.Error(), c.error);
     if (c.error != 0) {
       EXPECT_EQ(ReadText(qrix::test::kSettingsConf), file);
@@ -213,30 +213,25 @@ TEST_F(EmuleHandlerTest, ConflictingPortsAnswer517) {
 // Folders are checked for the caller first, and written before the settings: a later failure
 // leaves them changed. Outside the download hours they are left alone.
 TEST_F(EmuleHandlerTest, SharedFoldersAreCheckedThenWrittenAndReloaded) {
-  const auto ok =
-      CallApi("Emule", "set", R"({"share_folders": ["video", "/volume1/video/sub"]})", kAnn);
+  const auto ok = Emule("set", R"({"share_folders": ["video", "/volume1/video/sub"]})");
   ASSERT_TRUE(ok.Success()) << ok.Error();
   EXPECT_EQ(ReadText(QRIX_AMULE_SHAREDDIR), "video\n/volume1/video/sub\n");
   EXPECT_EQ(amuled_->WaitFor({0, 0, 0, 1}).usr1, 1);
   EXPECT_EQ(CallbackNames(*ok.response), "");
 
   // One refused folder refuses them all, before anything is written.
-  EXPECT_EQ(
-      CallApi("Emule", "set", R"({"max_conn": 100, "share_folders": ["video", "music"]})", kAnn)
-          .Error(),
-      403);
+  EXPECT_EQ(Emule("set", R"({"max_conn": 100, "share_folders": ["video", "music"]})").Error(), 403);
   EXPECT_EQ(ReadText(QRIX_AMULE_SHAREDDIR), "video\n/volume1/video/sub\n");
   EXPECT_EQ(ReadSettings().count("download_amule_max_conn"), 0u);
 
-  const auto broken =
-      CallApi("Emule", "set", R"({"schedule": "x\ny", "share_folders": ["video"]})", kAnn);
+  const auto broken = Emule("set", R"({"schedule": "x\ny", "share_folders": ["video"]})");
   EXPECT_EQ(broken.Error(), 505);
   EXPECT_EQ(ReadText(QRIX_AMULE_SHAREDDIR), "video\n");
 
   // Downloads paused every hour: the folders wait, without an error.
   WriteSettings(std::string(kEnabled) + "download_schedule_enable=\"yes\"\n" +
                 "download_schedule=\"" + std::string(168, '0') + "\"\n");
-  EXPECT_TRUE(CallApi("Emule", "set", R"({"share_folders": []})", kAnn).Success());
+  EXPECT_TRUE(Emule("set", R"({"share_folders": []})").Success());
   EXPECT_EQ(ReadText(QRIX_AMULE_SHAREDDIR), "video\n");
 }
 
@@ -244,13 +239,13 @@ TEST_F(EmuleHandlerTest, FailuresAnswerTheirCodesAndLogLines) {
   auto& log = qrix::test::SyslogCapture::Get();
   const char* folders = R"({"share_folders": ["video"]})";
   WriteSettings("download_enable_amule=\"no\"\n");
-  EXPECT_EQ(CallApi("Emule", "set", R"({"max_conn": 100})", kAnn).Error(), 1805);
+  EXPECT_EQ(Emule("set", R"({"max_conn": 100})").Error(), 1805);
   WriteSettings(kEnabled);
 
   qrix::test::Remove(qrix::test::kSettingsConf);
   fs::create_directory(qrix::test::kSettingsConf);
-  EXPECT_EQ(CallApi("Emule", "get", "{}", kAnn).Error(), 506);
-  EXPECT_EQ(CallApi("Emule", "set", "{}", kAnn).Error(), 506);
+  EXPECT_EQ(Emule("get", "{}").Error(), 506);
+  EXPECT_EQ(Emule("set", "{}").Error(), 506);
   EXPECT_EQ(log.Count("handler/emule_handler:"), 1);
   EXPECT_EQ(log.Count("Failed to get DownloadInfo"), 1);
   fs::remove(qrix::test::kSettingsConf);
@@ -258,9 +253,7 @@ TEST_F(EmuleHandlerTest, FailuresAnswerTheirCodesAndLogLines) {
 
   // The shared folder file cannot be replaced: 1802, nothing else written.
   fs::create_directory(std::string(QRIX_AMULE_SHAREDDIR));
-  EXPECT_EQ(
-      CallApi("Emule", "set", R"({"max_conn": 100, "share_folders": ["video"]})", kAnn).Error(),
-      1802);
+  EXPECT_EQ(Emule("set", R"({"max_conn": 100, "share_folders": ["video"]})").Error(), 1802);
   EXPECT_EQ(log.Count("Failed to set shareddir.dat"), 1);
   EXPECT_EQ(ReadSettings().count("download_amule_max_conn"), 0u);
   fs::remove(QRIX_AMULE_SHAREDDIR);
@@ -268,8 +261,8 @@ TEST_F(EmuleHandlerTest, FailuresAnswerTheirCodesAndLogLines) {
   // The port registration fails after the settings are written.
   fs::remove_all(kServices);
   WriteText(kServices, "not a directory");
-  const auto ports = CallApi(
-      "Emule", "set", R"({"port_type": "manual_port", "tcp_port": 5000, "udp_port": 5001})", kAnn);
+  const auto ports = CallApi("Emule", "set",
+                             R"({"port_type": "manual_port", "tcp_port": 5000, "udp_port": 5001})");
   EXPECT_EQ(ports.Error(), 1806);
   EXPECT_TRUE(ports.response->GetCallbacks().empty());
   EXPECT_EQ(log.Count("Failed to apply port setting."), 1);
@@ -278,11 +271,11 @@ TEST_F(EmuleHandlerTest, FailuresAnswerTheirCodesAndLogLines) {
 
   // Either daemon stopped: "get" has nothing to show, and the folders cannot be handed over.
   cgid_.reset();
-  EXPECT_EQ(CallApi("Emule", "get", "{}", kAnn).Error(), 1800);
-  EXPECT_TRUE(CallApi("Emule", "set", folders, kAnn).Success());
+  EXPECT_EQ(Emule("get", "{}").Error(), 1800);
+  EXPECT_TRUE(Emule("set", folders).Success());
   amuled_.reset();
-  EXPECT_EQ(CallApi("Emule", "get", "{}", kBen).Error(), 1800);
-  EXPECT_EQ(CallApi("Emule", "set", folders, kAnn).Error(), 1803);
+  EXPECT_EQ(Emule("get", "{}", kBen).Error(), 1800);
+  EXPECT_EQ(Emule("set", folders).Error(), 1803);
   EXPECT_EQ(log.Count("Failed to init amule"), 1);
   EXPECT_EQ(log.Count("handler/emule_handler:"), 4);
 }
@@ -296,15 +289,14 @@ TEST(AmuleClientTest, RefusesFoldersThatCannotStandOnALine) {
   for (const std::string& bad :
        {std::string("x\ny"), std::string("x\r"), std::string("x\0y", 3), std::string()}) {
     EXPECT_FALSE(client.AmuleShareDirSet({"ok", bad}));
-    EXPECT_EQ(ReadText(QRIX_AMULE_SHAREDDIR), "a\nb c\n");
   }
+  EXPECT_EQ(ReadText(QRIX_AMULE_SHAREDDIR), "a\nb c\n");
   EXPECT_EQ(amuled.WaitFor({0, 0, 0, 1}).usr1, 1);
 }
 
 TEST(DownloadScheduleTest, HoursCountFromSundayMidnight) {
   std::string week(168, '0');
-  week[0] = '1';            // Sunday 00
-  week[1 * 24 + 13] = '1';  // Monday 13
+  week[0] = week[1 * 24 + 13] = '1';  // Sunday 00, Monday 13
   const struct {
     bool enabled;
     std::string schedule;
@@ -319,8 +311,7 @@ TEST(DownloadScheduleTest, HoursCountFromSundayMidnight) {
     std::tm when{};
     when.tm_wday = c.wday;
     when.tm_hour = c.hour;
-    EXPECT_EQ(qrixdl::ScheduleAllows(c.enabled, c.schedule, when), c.allowed)
-        << c.wday << " " << c.hour;
+    EXPECT_EQ(qrixdl::ScheduleAllows(c.enabled, c.schedule, when), c.allowed) << c.wday << c.hour;
   }
 }
 
@@ -331,8 +322,7 @@ TEST_F(EmuleHandlerTest, DestinationsAreKeptPerUser) {
   qrix::test::AddAccount("admin", 1024);
   qrix::test::AddAccount("ADMIN", 1025);
   qrix::test::WriteShares("[video]\npath=\"/volume1/video\"\nread_write=\"admin, ADMIN, ann\"\n");
-  EXPECT_EQ(CallApi("Emule.Location", "get", "{}", kAnn).Data(),
-            Json(R"({"default_destination": ""})"));
+  EXPECT_EQ(Location("get", "{}").Data(), Json(R"({"default_destination": ""})"));
   const struct {
     QRIX::APILogin login;
     const char* destination;
@@ -345,26 +335,21 @@ TEST_F(EmuleHandlerTest, DestinationsAreKeptPerUser) {
   for (const auto& s : steps) {
     SCOPED_TRACE(s.login.user);
     const std::string params = std::string(R"({"default_destination": ")") + s.destination + "\"}";
-    ASSERT_TRUE(CallApi("Emule.Location", "set", params, s.login).Success());
+    ASSERT_TRUE(Location("set", params, s.login).Success());
     EXPECT_EQ(ReadText(QRIXDL_AMULE_DESTINATION_CONF), s.file);
-    EXPECT_EQ(CallApi("Emule.Location", "get", "{}", s.login).Data()["default_destination"],
-              s.destination);
+    EXPECT_EQ(Location("get", "{}", s.login).Data()["default_destination"], s.destination);
   }
-  EXPECT_EQ(CallApi("Emule.Location", "get", "{}", kAdmin).Data()["default_destination"],
-            "/volume1/video");
-  EXPECT_TRUE(CallApi("Emule.Location", "set", "{}", kAnn).Success());
-  EXPECT_EQ(
-      CallApi("Emule.Location", "set", R"({"default_destination": "video/none"})", kAnn).Error(),
-      1207);
+  EXPECT_EQ(Location("get", "{}", kAdmin).Data()["default_destination"], "/volume1/video");
+  EXPECT_TRUE(Location("set", "{}").Success());
+  EXPECT_EQ(Location("set", R"({"default_destination": "video/none"})").Error(), 1207);
   EXPECT_EQ(ReadText(QRIXDL_AMULE_DESTINATION_CONF), "0=\"/volume1/video\"\n3101=\"video/sub\"\n");
 }
 
 TEST_F(EmuleHandlerTest, AnUnusableDestinationFileAnswers504And505) {
   auto& log = qrix::test::SyslogCapture::Get();
   fs::create_directories(QRIXDL_AMULE_DESTINATION_CONF);
-  EXPECT_EQ(CallApi("Emule.Location", "get", "{}", kAnn).Error(), 504);
-  EXPECT_EQ(CallApi("Emule.Location", "set", R"({"default_destination": "video"})", kAnn).Error(),
-            505);
+  EXPECT_EQ(Location("get", "{}").Error(), 504);
+  EXPECT_EQ(Location("set", R"({"default_destination": "video"})").Error(), 505);
   EXPECT_TRUE(log.Contains("handler/emule_location_handler:"));
   EXPECT_EQ(log.Count("Failed to get default destination by (ann) user."), 1);
   EXPECT_EQ(log.Count("Failed to set default destination by ann user."), 1);

@@ -1,12 +1,17 @@
 // The settings handlers through the module's tables, one table per rule: what "get" answers for
-// a settings file, what "set" leaves in it and which callbacks it registers, and the scheduler's
-// task limit by memory. BT's ports and NZB's password have tests of their own; the failures
-// every handler shares are the commit queue's test.
+// a settings file, what "set" leaves in it and which callbacks it registers, the scheduler's
+// task limit by memory, BitTorrent's ports (registered, checked for conflicts, failing) and
+// NZB's password, stored enciphered and never answered. The failures every handler shares are
+// the commit queue's test.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <cstring>
 #include <filesystem>
 #include <string>
 
+#include "platform/system/qrix_service_port.h"
+#include "platform/vlibc/vlibc_crypt.h"
 #include "platform/webapi/api_validator.h"
 #include "tests/support/api_call.h"
 #include "tests/support/files.h"
@@ -14,21 +19,32 @@
 
 namespace {
 
+namespace fs = std::filesystem;
 using qrix::test::CallApi;
+using qrix::test::CallbackNames;
 using qrix::test::ReadText;
 using qrix::test::WriteSettings;
+using qrix::test::WriteText;
 
 constexpr const char* kMeminfo = "/proc/meminfo";
 const std::string kWeek(168, '1');
+const std::string kServices = "/var/qrix/etc/services";
+const std::string kPortFile = kServices + "/qrixdownload_port.conf";
+
+std::string Params(const Json::Value& params) {
+  return Json::writeString(Json::StreamWriterBuilder(), params);
+}
 
 class SettingsHandlersTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    meminfo_ = ReadText(kMeminfo);
+    if (meminfo_.empty()) {
+      meminfo_ = ReadText(kMeminfo);
+    }
     qrix::test::WriteText(kMeminfo, "MemTotal:        2000000 kB\n");
     qrix::test::Remove(qrix::test::kSettingsConf);
-    std::filesystem::remove_all("/var/qrix/etc/services");
-    std::filesystem::create_directories("/var/qrix/etc/services");
+    fs::remove_all(kServices);
+    fs::create_directories(kServices);
     // Once a test of this process has bound /dev/log, its queue must be drained or logging
     // blocks.
     qrix::test::SyslogCapture::Get().Clear();
@@ -75,7 +91,6 @@ TEST_F(SettingsHandlersTest, GetAnswersTheRecord) {
        true},
       {"BT", "download_btencrypt=\"auto\"\n", R"({"encrypt": "auto"})", false},
       {"BT", "download_btencrypt=\"disable\"\n", R"({"encrypt": "disable"})", false},
-      {"BT", "download_btencrypt=\"AUTO\"\n", R"({"encrypt": "disable"})", false},
       {"Nzb",
        "download_nzb_server=\"news.example\"\ndownload_nzb_port=\"563\"\n"
        "download_nzb_encryption=\"yes\"\ndownload_nzb_auth=\"yes\"\ndownload_nzb_user=\"ann\"\n"
@@ -103,13 +118,11 @@ TEST_F(SettingsHandlersTest, GetAnswersTheRecord) {
            "max_tasks": 25})",
        false},
       {"Scheduler", "download_schedule_enable=\"YES\"\n", R"({"enable_schedule": false})", false},
-      {"Scheduler", "download_schedule_enable=\"1\"\n", R"({"enable_schedule": false})", false},
       // RSS: seconds in the file, minutes in the answer, never less than 10.
       {"Rss", "", R"({"update_interval": 1440})", true},
       {"Rss", "download_rss_update_interval=\"300\"\n", R"({"update_interval": 10})", true},
       {"Rss", "download_rss_update_interval=\"659\"\n", R"({"update_interval": 10})", true},
       {"Rss", "download_rss_update_interval=\"660\"\n", R"({"update_interval": 11})", true},
-      {"Rss", "download_rss_update_interval=\"3599\"\n", R"({"update_interval": 59})", true},
       {"Rss", "download_rss_update_interval=\"-7200\"\n", R"({"update_interval": 10})", true},
       {"Rss", "download_rss_update_interval=\"  1200\"\n", R"({"update_interval": 20})", true},
       {"Rss", "download_rss_update_interval=\"1200s\"\n", R"({"update_interval": 20})", true},
@@ -196,6 +209,16 @@ TEST_F(SettingsHandlersTest, SetWritesWhatTheRequestNamesInOrder) {
        "download_maxtasks=\"12\"\ndownload_schedule_enable=\"no\"\ndownload_schedule=\"0101\"\n"
        "download_alt_dl_rate=\"40\"\ndownload_alt_ul_rate=\"30\"\ndownload_order=\"user\"\n",
        "SchedulerSIGHUP"},
+      // NZB's password enciphered in its place ("*": what the file holds).
+      {"Nzb", "",
+       R"({"server": "news.example", "port": 563, "conn_per_download": 8, "enable_encryption": true,
+           "max_download_rate": 900, "enable_auth": false, "username": "ann", "password": "s3cret",
+           "enable_parchive": true, "enable_remove_parfiles": false})",
+       "download_nzb_server=\"news.example\"\ndownload_nzb_port=\"563\"\n"
+       "download_nzb_numconn=\"8\"\ndownload_nzb_encryption=\"yes\"\ndownload_nzb_dl_rate=\"900\"\n"
+       "download_nzb_auth=\"no\"\ndownload_nzb_user=\"ann\"\ndownload_nzb_password_en=\"*\"\n"
+       "download_nzb_enable_parchive=\"yes\"\ndownload_nzb_enable_remove_parchive_files=\"no\"\n",
+       "SchedulerSIGHUP"},
       // RSS: minutes in the request, seconds in the file, without the floor of reading.
       {"Rss", rss, R"({"update_interval": 1})", "download_rss_update_interval=\"60\"\n",
        "SchedulerSIGHUP"},
@@ -207,7 +230,11 @@ TEST_F(SettingsHandlersTest, SetWritesWhatTheRequestNamesInOrder) {
     SCOPED_TRACE(std::string(row.api) + " " + row.params);
     WriteSettings(row.before);
     const auto result = CallApi(row.api, "set", row.params);
-    EXPECT_EQ(ReadText(qrix::test::kSettingsConf), row.after);
+    std::string after = row.after;
+    if (const size_t star = after.find("\"*\""); star != std::string::npos) {
+      after.replace(star + 1, 1, qrix::test::ReadSettings()["download_nzb_password_en"]);
+    }
+    EXPECT_EQ(ReadText(qrix::test::kSettingsConf), after);
     EXPECT_EQ(qrix::test::CallbackNames(*result.response), row.callbacks);
     if (*row.callbacks != '\0') {
       EXPECT_TRUE(result.Success());
@@ -247,6 +274,157 @@ TEST_F(SettingsHandlersTest, MemoryDecidesTheSchedulersTaskLimit) {
     EXPECT_EQ(log.Count("handler/scheduler_handler:"), row.limit == 0 ? 1 : 0);
     EXPECT_EQ(log.Count("Cannot get MemTotal value."), row.limit == 0 ? 1 : 0);
   }
+}
+
+// Only ports that change are written and registered; the firewall reloads only for them and
+// DHT restarts when switched, or when it runs and its port moved.
+TEST_F(SettingsHandlersTest, BtPortChangesDecideRegistrationAndCallbacks) {
+  const std::string kTcp = "[bt]\nprotocol=\"tcp\"\nport=\"7000\"\n";
+  const std::string kDht = "[bt_dht]\nprotocol=\"udp\"\nport=\"7001\"\n";
+  struct Case {
+    const char* file;
+    const char* params;
+    const char* written;  // start and DHT port in the file afterwards
+    std::string ports;    // service port file afterwards
+    const char* callbacks;
+  } const cases[] = {
+      {"", "{}", "/", "", "SchedulerSIGHUP"},
+      {"", R"({"tcp_port": 16881, "dht_port": 6881})", "/", "", "SchedulerSIGHUP"},
+      {"download_start_port=\"7000\"\n", R"({"tcp_port": 7000})", "7000/", "", "SchedulerSIGHUP"},
+      {"", R"({"tcp_port": 7000})", "7000/", kTcp, "SchedulerSIGHUP,ReloadFirewall"},
+      {"", R"({"dht_port": 7001})", "/7001", kDht,
+       "SchedulerSIGHUP,ReloadFirewall,SchedulerSIGCONT"},
+      {"download_enable_dht=\"no\"\n", R"({"dht_port": 7001})", "/7001", kDht,
+       "SchedulerSIGHUP,ReloadFirewall"},
+      {"", R"({"tcp_port": 7000, "dht_port": 7001})", "7000/7001", kTcp + "\n" + kDht,
+       "SchedulerSIGHUP,ReloadFirewall,SchedulerSIGCONT"},
+      {"", R"({"enable_dht": false})", "/", "", "SchedulerSIGHUP,SchedulerSIGCONT"},
+      {"", R"({"enable_dht": true})", "/", "", "SchedulerSIGHUP"},
+      {"", R"({"enable_dht": true, "dht_port": 7001})", "/7001", kDht,
+       "SchedulerSIGHUP,ReloadFirewall,SchedulerSIGCONT"},
+      {"download_enable_dht=\"no\"\n", R"({"enable_dht": true})", "/", "",
+       "SchedulerSIGHUP,SchedulerSIGCONT"},
+      {"download_enable_dht=\"no\"\n", R"({"enable_dht": false, "dht_port": 7001})", "/7001", kDht,
+       "SchedulerSIGHUP,ReloadFirewall"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.file) + c.params);
+    SetUp();
+    WriteSettings(c.file);
+    const auto result = CallApi("BT", "set", c.params);
+    ASSERT_TRUE(result.Success());
+    EXPECT_EQ(CallbackNames(*result.response), c.callbacks);
+    auto settings = qrix::test::ReadSettings();
+    EXPECT_EQ(settings["download_start_port"] + "/" + settings["download_dhtport"], c.written);
+    EXPECT_EQ(ReadText(kPortFile), c.ports);
+  }
+}
+
+// Conflicts are checked only for the "bt_" names; a refused request writes nothing.
+TEST_F(SettingsHandlersTest, BtConflictingPortsAnswer517) {
+  struct Case {
+    const char* services;  // other.conf
+    const char* file;
+    const char* params;
+    int error;
+  } const cases[] = {
+      {"[ftp]\nport=\"7000\"\n", "", R"({"bt_tcp_port": 7000, "tcp_port": 7000})", 517},
+      {"[web]\nport=\"6990-7010\"\n", "", R"({"bt_tcp_port": 7000})", 517},
+      {"[btsearch]\nport=\"7000\"\n", "", R"({"bt_tcp_port": 7000})", 517},
+      {"[bt]\nport=\"7000\"\n[bt_dht]\nport=\"7000\"\n", "", R"({"bt_tcp_port": 7000})", 0},
+      {"[ftp]\nport=\"7000\"\n", "download_start_port=\"7000\"\n", R"({"bt_tcp_port": 7000})", 0},
+      {"[ftp]\nport=\"7000\"\n", "", R"({"tcp_port": 7000})", 0},
+      {"[ftp]\nport=\"7000\"\n", "", R"({"bt_tcp_port": 7001})", 0},
+      {"", "", R"({"bt_dht_port": 4672, "dht_port": 4672})", 517},
+      {"", "download_amule_udp_port=\"5000\"\n", R"({"bt_dht_port": 5000})", 517},
+      {"", "download_amule_udp_port=\"5000\"\n", R"({"bt_dht_port": 4672})", 0},
+      {"[ftp]\nport=\"7000\"\n", "", R"({"bt_dht_port": 7000})", 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.services) + c.file + c.params);
+    SetUp();
+    WriteText(kServices + "/other.conf", c.services);
+    WriteSettings(c.file);
+    const auto result = CallApi("BT", "set", c.params);
+    EXPECT_EQ(result.Error(), c.error);
+    if (c.error != 0) {
+      EXPECT_EQ(ReadText(qrix::test::kSettingsConf), c.file);
+      EXPECT_TRUE(result.response->GetCallbacks().empty());
+      EXPECT_FALSE(qrix::test::SyslogCapture::Get().Contains("Failed to apply"));
+    }
+  }
+}
+
+TEST_F(SettingsHandlersTest, BtFailuresAnswerTheirCodes) {
+  auto& log = qrix::test::SyslogCapture::Get();
+  fs::create_directory(qrix::test::kSettingsConf);
+  EXPECT_EQ(CallApi("BT", "set", R"({"max_peer": 10})").Error(), 506);
+  EXPECT_EQ(log.Count("Failed to get DownloadInfo"), 1);
+  EXPECT_EQ(log.Count("Failed to apply download service data"), 1);
+  fs::remove(qrix::test::kSettingsConf);
+
+  // The ports cannot be registered: the settings are written all the same.
+  for (const char* params : {R"({"tcp_port": 7000, "max_peer": 10})", R"({"dht_port": 7001})"}) {
+    SCOPED_TRACE(params);
+    SetUp();
+    fs::remove_all(kServices);
+    WriteText(kServices, "not a directory");
+    const auto result = CallApi("BT", "set", params);
+    EXPECT_EQ(result.Error(), 1209);
+    EXPECT_TRUE(result.response->GetCallbacks().empty());
+    EXPECT_EQ(log.Count("Failed to apply download service data"), 1);
+    const auto settings = qrix::test::ReadSettings();
+    EXPECT_TRUE(settings.count("download_start_port") + settings.count("download_dhtport") == 1);
+    fs::remove(kServices);
+  }
+}
+
+// The stored password, deciphered.
+std::string StoredPassword() {
+  const std::string text = qrix::test::ReadSettings()["download_nzb_password_en"];
+  std::string plain(text.size(), '\0');
+  if (VLIBCCryptSzDecrypt(text.c_str(), plain.data(), static_cast<int>(plain.size()) + 1) == 0) {
+    return "(not deciphered)";
+  }
+  plain.resize(std::strlen(plain.c_str()));
+  return plain;
+}
+
+// The buffer holds exactly a Base64 text of the password: the cipher must keep the length.
+TEST_F(SettingsHandlersTest, NzbPasswordsOfEveryLengthFitAndComeBack) {
+  for (const std::string& password :
+       {std::string(), std::string("a"), std::string("ab"), std::string("abc"), std::string("abcd"),
+        std::string("s3cret"), std::string("p\"w\nd\r="), std::string(44, 'x'),
+        std::string(1000, 'y')}) {
+    SCOPED_TRACE(password.size());
+    WriteSettings("");
+    Json::Value params;
+    params["password"] = password;
+    ASSERT_TRUE(CallApi("Nzb", "set", Params(params)).Success());
+    const auto file = qrix::test::ParseKvStrict(ReadText(qrix::test::kSettingsConf));
+    ASSERT_TRUE(file.ok) << file.bad_line;
+    EXPECT_EQ(file.values.at("download_nzb_password_en").size(), (password.size() + 2) / 3 * 4);
+    EXPECT_EQ(StoredPassword(), password);
+    EXPECT_TRUE(password.size() < 4 ||
+                ReadText(qrix::test::kSettingsConf).find(password) == std::string::npos);
+  }
+}
+
+TEST_F(SettingsHandlersTest, NzbAFailedEncipherWritesNothing) {
+  auto& log = qrix::test::SyslogCapture::Get();
+  WriteSettings("download_nzb_server=\"old\"\n");
+  // Any key will do; a key others may read is refused.
+  ASSERT_EQ(CallApi("Nzb", "set", R"({"password": "x"})").Error(), 0);
+  ASSERT_EQ(chmod(VLIBC_CRYPT_KEY_FILE, 0644), 0);
+  const auto result = CallApi(
+      "Nzb", "set", R"({"server": "new", "password": "pw", "enable_remove_parfiles": true})");
+  EXPECT_EQ(result.response->GetState(), QRIX::APIResponse::State::kNone);
+  EXPECT_TRUE(result.response->GetCallbacks().empty());
+  EXPECT_EQ(qrix::test::ReadSettings()["download_nzb_server"], "old");
+  EXPECT_EQ(qrix::test::ReadSettings().count("download_nzb_enable_remove_parchive_files"), 0u);
+  EXPECT_EQ(log.Count("handler/nzb_handler:"), 1);
+  EXPECT_EQ(log.Count("Failed to encrypt password"), 1);
+  ASSERT_EQ(chmod(VLIBC_CRYPT_KEY_FILE, 0600), 0);
 }
 
 }  // namespace
