@@ -2,7 +2,6 @@
 // "set" leaves in settings.conf, shareddir.dat and the service ports, the signals the daemons
 // get after the answer, and what each account may see. Each rule's cases are the handlers' unit
 // tests; bad input on every parameter is the hostile sweep's.
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <map>
@@ -27,7 +26,6 @@ constexpr const char* kShareDir = "/var/packages/Haulport/etc/amule/shareddir.da
 constexpr const char* kDestinationConf =
     "/var/packages/Haulport/etc/amule/qrixuser_default_destination.conf";
 constexpr const char* kPortFile = "/var/qrix/etc/services/qrixdownload_port.conf";
-constexpr const char* kFirewallRan = "/tmp/firewall.ran";
 
 class EmuleApiTest : public HostTest {
  protected:
@@ -43,19 +41,12 @@ class EmuleApiTest : public HostTest {
     std::filesystem::create_directories("/volume1/video/bob");
     Remove(kShareDir);
     Remove(kDestinationConf);
-    Remove(kFirewallRan);
-    WriteText("/tmp/firewall_hook", "#!/bin/sh\necho x >> " + std::string(kFirewallRan) + "\n");
-    ::chmod("/tmp/firewall_hook", 0755);
-    WriteText("/var/qrix/etc/firewall.conf", "reload_hook=\"/tmp/firewall_hook\"\n");
-    scheduler_ = std::make_unique<FakeScheduler>();
-    amuled_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amuled.pid");
-    cgid_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amulecgid.pid");
+    StartDaemons();
     Start();
     carol_ = std::make_unique<ApiClient>(*server_);
     ASSERT_TRUE(carol_->Login(kCarol)["success"].asBool());
   }
 
-  std::unique_ptr<FakeScheduler> scheduler_, amuled_, cgid_;
   std::unique_ptr<ApiClient> carol_;
 };
 

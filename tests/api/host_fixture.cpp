@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -252,6 +253,16 @@ void HostTest::SetUp() {
   if (::geteuid() != 0) {
     GTEST_SKIP() << "needs root inside the sandbox (account files, PAM)";
   }
+}
+
+void HostTest::StartDaemons() {
+  Remove(kFirewallRan);
+  WriteText("/tmp/firewall_hook", "#!/bin/sh\necho x >> " + std::string(kFirewallRan) + "\n");
+  ::chmod("/tmp/firewall_hook", 0755);
+  WriteText("/var/qrix/etc/firewall.conf", "reload_hook=\"/tmp/firewall_hook\"\n");
+  scheduler_ = std::make_unique<FakeScheduler>();
+  amuled_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amuled.pid");
+  cgid_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amulecgid.pid");
 }
 
 void HostTest::Start(std::vector<std::string> args) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/vlibc/unique_fd.h"
+#include "tests/support/fake_scheduler.h"
 #include "tests/support/http_client.h"
 
 namespace qrix::test {
@@ -36,6 +37,7 @@ inline constexpr TestAccount kErin{"erin", "erin-Secret-5", 2005, true};
 
 inline constexpr const char* kSettingsApi = "QRIX.Haulport2.Setting.FtpHttp";
 inline constexpr const char* kSessionDir = "/run/qrix/webapi/sessions";
+inline constexpr const char* kFirewallRan = "/tmp/firewall.ran";
 
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
@@ -112,8 +114,13 @@ class ApiClient {
 class HostTest : public ::testing::Test {
  protected:
   void SetUp() override;
+  // The daemons a set signals, as fakes (the scheduler, the eMule daemon and its CGI daemon),
+  // and a firewall hook that adds a line to kFirewallRan for each reload.
+  void StartDaemons();
   void Start(std::vector<std::string> args = {});
 
+  // Declared before the host, which therefore stops before the daemons it signals.
+  std::unique_ptr<FakeScheduler> scheduler_, amuled_, cgid_;
   std::unique_ptr<HostServer> server_;
   std::unique_ptr<ApiClient> alice_;
   std::unique_ptr<ApiClient> bob_;

@@ -42,7 +42,6 @@ namespace {
 using Counts = FakeScheduler::Counts;
 
 constexpr const char* kSmuggled = "/tmp/smuggled";
-constexpr const char* kFirewallRan = "/tmp/firewall.ran";
 // Everything the product keeps that a "set" may rewrite.
 constexpr const char* kKeptFiles[] = {
     kSettingsConf,
@@ -108,24 +107,15 @@ class ReliabilityTest : public HostTest {
       }
     }
     Remove(kSmuggled);
-    Remove(kFirewallRan);
-    WriteText("/tmp/firewall_hook", "#!/bin/sh\necho x >> " + std::string(kFirewallRan) + "\n");
-    ::chmod("/tmp/firewall_hook", 0755);
-    WriteText("/var/qrix/etc/firewall.conf", "reload_hook=\"/tmp/firewall_hook\"\n");
-    scheduler_ = std::make_unique<FakeScheduler>();
-    amuled_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amuled.pid");
-    cgid_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amulecgid.pid");
+    StartDaemons();
     Start();
   }
-  // The host stops before the daemons it signals.
-  void TearDown() override { server_.reset(); }
 
   Json::Value Call(const std::string& api, const std::string& method, const Fields& fields = {}) {
     return alice_->Call("QRIX.Haulport2.Setting." + api, method, fields);
   }
 
   BtSearchFixture search_;
-  std::unique_ptr<FakeScheduler> scheduler_, amuled_, cgid_;
 };
 
 class SettingsApiTest : public ReliabilityTest {};
