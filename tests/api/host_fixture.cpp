@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -27,6 +28,7 @@
 #include "platform/vlibc/unique_fd.h"
 #include "platform/webapi/api_validator.h"
 #include "tests/support/files.h"
+#include "tests/support/pgsql_server.h"
 #include "tests/support/syslog_capture.h"
 
 namespace qrix::test {
@@ -263,6 +265,14 @@ void HostTest::StartDaemons() {
   scheduler_ = std::make_unique<FakeScheduler>();
   amuled_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amuled.pid");
   cgid_ = std::make_unique<FakeScheduler>("/tmp/qrixdl_amulecgid.pid");
+}
+
+void HostTest::UseDatabase() {
+  ASSERT_TRUE(PgsqlServer::Get().Start());
+  PgsqlServer::Query("DELETE FROM user_setting");
+  std::filesystem::create_directories("/volume1/@download");
+  Remove("/var/services/download");
+  std::filesystem::create_symlink("/volume1/@download", "/var/services/download");
 }
 
 void HostTest::Start(std::vector<std::string> args) {

@@ -117,6 +117,9 @@ class HostTest : public ::testing::Test {
   // The daemons a set signals, as fakes (the scheduler, the eMule daemon and its CGI daemon),
   // and a firewall hook that adds a line to kFirewallRan for each reload.
   void StartDaemons();
+  // The download database with an empty user table, and the temporary download directory on
+  // /volume1 (what the Location and Global methods look up first).
+  void UseDatabase();
   void Start(std::vector<std::string> args = {});
 
   // Declared before the host, which therefore stops before the daemons it signals.

@@ -23,17 +23,13 @@ class LocationApiTest : public HostTest {
     if (IsSkipped()) {
       return;
     }
-    ASSERT_TRUE(PgsqlServer::Get().Start());
-    PgsqlServer::Query("DELETE FROM user_setting");
+    UseDatabase();
     WriteShares(
         "[video]\npath=\"/volume1/video\"\nread_write=\"bob, carol\"\n"
         "[music]\npath=\"/volume1/music\"\nread_only=\"@users\"\n");
-    for (const char* dir : {"/volume1/video/bob", "/volume1/video/carol", "/volume1/video/it's",
-                            "/volume1/@download"}) {
+    for (const char* dir : {"/volume1/video/bob", "/volume1/video/carol", "/volume1/video/it's"}) {
       std::filesystem::create_directories(dir);
     }
-    Remove("/var/services/download");
-    std::filesystem::create_symlink("/volume1/@download", "/var/services/download");
     Start();
     carol_ = std::make_unique<ApiClient>(*server_);
     ASSERT_TRUE(carol_->Login(kCarol)["success"].asBool());

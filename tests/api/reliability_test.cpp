@@ -94,13 +94,9 @@ class ReliabilityTest : public HostTest {
     if (IsSkipped()) {
       return;
     }
-    ASSERT_TRUE(PgsqlServer::Get().Start());
-    PgsqlServer::Query("DELETE FROM user_setting");
+    UseDatabase();
     WriteSettings("download_enable_amule=\"yes\"\ndownload_other=\"untouched\"\n");
     WriteShares("[video]\npath=\"/volume1/video\"\nread_write=\"alice, bob\"\n");
-    std::filesystem::create_directories("/volume1/@download");
-    Remove("/var/services/download");
-    std::filesystem::create_symlink("/volume1/@download", "/var/services/download");
     for (const char* path : kKeptFiles) {
       if (path != std::string(kSettingsConf)) {
         Remove(path);
