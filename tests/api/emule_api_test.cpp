@@ -43,11 +43,7 @@ class EmuleApiTest : public HostTest {
     Remove(kDestinationConf);
     StartDaemons();
     Start();
-    carol_ = std::make_unique<ApiClient>(*server_);
-    ASSERT_TRUE(carol_->Login(kCarol)["success"].asBool());
   }
-
-  std::unique_ptr<ApiClient> carol_;
 };
 
 TEST_F(EmuleApiTest, AnAdministratorSetsPortsScheduleAndFolders) {
