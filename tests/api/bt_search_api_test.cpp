@@ -1,6 +1,7 @@
 // BT search over HTTP: plug-ins arrive only as uploaded files, and updates are checked with a
 // server on loopback. The methods' commands and codes are the handler test's; the page's test
 // drives the demo's search script end to end.
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -62,12 +63,9 @@ TEST_F(HostTest, PluginsAreAddedOnlyAsUploadedFiles) {
 
   EXPECT_EQ(upload("btsearch_plugin"), ParseJson(R"({"success": true})"));
   const auto listed = [&](const char* name) {
-    const Json::Value list = api("list");
-    int count = 0;
-    for (const Json::Value& p : list["data"]["plugins"]) {
-      count += p["name"].asString() == name ? 1 : 0;
-    }
-    return count;
+    const Json::Value list = api("list")["data"]["plugins"];
+    return std::count_if(list.begin(), list.end(),
+                         [&](const Json::Value& p) { return p["name"] == name; });
   };
 
   EXPECT_EQ(listed("publicdomain"), 1);

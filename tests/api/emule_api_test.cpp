@@ -27,30 +27,16 @@ constexpr const char* kDestinationConf =
     "/var/packages/Haulport/etc/amule/qrixuser_default_destination.conf";
 constexpr const char* kPortFile = "/var/qrix/etc/services/qrixdownload_port.conf";
 
-class EmuleApiTest : public HostTest {
- protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    if (IsSkipped()) {
-      return;
-    }
-    WriteSettings("download_enable_amule=\"yes\"\ndownload_other=\"untouched\"\n");
-    WriteShares(
-        "[video]\npath=\"/volume1/video\"\nread_write=\"alice, bob, carol\"\n"
-        "[music]\npath=\"/volume1/music\"\nread_only=\"@users\"\n");
-    std::filesystem::create_directories("/volume1/video/bob");
-    Remove(kShareDir);
-    Remove(kDestinationConf);
-    StartDaemons();
-    Start();
-    carol_ = std::make_unique<ApiClient>(*server_);
-    ASSERT_TRUE(carol_->Login(kCarol)["success"].asBool());
-  }
-
-  std::unique_ptr<ApiClient> carol_;
-};
-
-TEST_F(EmuleApiTest, AnAdministratorSetsPortsScheduleAndFolders) {
+// An administrator sets ports, schedule and folders; an ordinary account only sees whether
+// eMule is on; each account keeps its own default destination.
+TEST_F(HostTest, EmuleSettingsAndEachAccountsDestination) {
+  WriteSettings("download_enable_amule=\"yes\"\ndownload_other=\"untouched\"\n");
+  WriteShares("[video]\npath=\"/volume1/video\"\nread_write=\"alice, bob, carol\"\n");
+  std::filesystem::create_directories("/volume1/video/bob");
+  Remove(kShareDir);
+  Remove(kDestinationConf);
+  StartDaemons();
+  Start();
   ApiClient& alice = *alice_;
   const std::string week = std::string(100, '1') + std::string(68, '0');
   EXPECT_EQ(alice.Call(kEmule, "set",
@@ -106,9 +92,7 @@ TEST_F(EmuleApiTest, AnAdministratorSetsPortsScheduleAndFolders) {
             ParseJson(R"({"success": true})"));
   EXPECT_EQ(ReadText(kSettingsConf), before);
   EXPECT_EQ(ReadText(kShareDir), "video\nvideo/bob\n");
-}
 
-TEST_F(EmuleApiTest, TwoAccountsKeepTheirOwnDestinations) {
   for (const auto& [who, folder] : {std::pair{bob_.get(), "video/bob"}, {carol_.get(), "video"}}) {
     EXPECT_EQ(who->Call(kDestination, "set",
                         {{"default_destination", "\"" + std::string(folder) + "\""}}),
@@ -117,9 +101,9 @@ TEST_F(EmuleApiTest, TwoAccountsKeepTheirOwnDestinations) {
   EXPECT_EQ(ReadText(kDestinationConf), "2002=\"video/bob\"\n2003=\"video\"\n");
   for (const auto& [who, folder] :
        {std::pair{alice_.get(), ""}, {bob_.get(), "video/bob"}, {carol_.get(), "video"}}) {
-    Json::Value want = ParseJson(R"({"success": true, "data": {}})");
-    want["data"]["default_destination"] = folder;
-    EXPECT_EQ(who->Call(kDestination, "get"), want) << folder;
+    Json::Value answer = ParseJson(R"({"success": true, "data": {}})");
+    answer["data"]["default_destination"] = folder;
+    EXPECT_EQ(who->Call(kDestination, "get"), answer) << folder;
   }
 }
 

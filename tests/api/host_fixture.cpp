@@ -27,6 +27,7 @@
 
 #include "platform/vlibc/unique_fd.h"
 #include "platform/webapi/api_validator.h"
+#include "tests/support/accounts.h"
 #include "tests/support/files.h"
 #include "tests/support/pgsql_server.h"
 #include "tests/support/syslog_capture.h"
@@ -49,16 +50,6 @@ std::string ShadowHash(const char* password) {
   return hash;
 }
 
-// The account files are bind mounts: they are appended to and rewritten in place, never
-// replaced.
-void AppendLine(const char* path, const std::string& line) {
-  std::ofstream out(path, std::ios::app);
-  out << line << "\n";
-  if (!out) {
-    throw std::runtime_error(std::string("cannot append to ") + path);
-  }
-}
-
 void AddToGroup(const char* group, const std::string& user) {
   EditLines("/etc/group", [&](const std::string& line) {
     return line.rfind(std::string(group) + ":", 0) == 0
@@ -67,11 +58,12 @@ void AddToGroup(const char* group, const std::string& user) {
   });
 }
 
-void AddAccount(const TestAccount& account) {
-  AppendLine("/etc/passwd", std::string(account.name) + ":x:" + std::to_string(account.uid) +
-                                ":100::/nonexistent:/usr/sbin/nologin");
-  AppendLine("/etc/shadow", std::string(account.name) + ":" + ShadowHash(account.password) +
-                                ":19000:0:99999:7:::");
+// The account files are bind mounts: they are appended to and rewritten in place, never
+// replaced.
+void AddTestAccount(const TestAccount& account) {
+  AddAccount(account.name, account.uid);
+  std::ofstream("/etc/shadow", std::ios::app)
+      << account.name << ":" << ShadowHash(account.password) << ":19000:0:99999:7:::\n";
   if (account.admin) {
     AddToGroup("administrators", account.name);
   }
@@ -96,7 +88,7 @@ class AccountsEnvironment : public ::testing::Environment {
       }
     });
     for (const TestAccount& account : {kAlice, kBob, kCarol, kDave, kErin}) {
-      AddAccount(account);
+      AddTestAccount(account);
     }
   }
   void TearDown() override {
@@ -120,15 +112,6 @@ int ReadPort(const std::string& output) {
     return 0;
   }
   return std::atoi(output.c_str() + at + std::string_view("listening on http://127.0.0.1:").size());
-}
-
-std::string CookieOf(const HttpReply& reply, const std::string& name) {
-  for (const auto& [key, value] : reply.headers) {
-    if (key == "set-cookie" && value.rfind(name + "=", 0) == 0) {
-      return value.substr(name.size() + 1, value.find(';') - name.size() - 1);
-    }
-  }
-  return {};
 }
 
 }  // namespace
@@ -222,7 +205,7 @@ HttpCall ApiClient::Post(const std::string& form) const {
     call.headers.push_back("Origin: " + origin);
   }
   if (!session_id.empty()) {
-    call.headers.push_back("Cookie: qrix_sid=" + session_id + extra_cookies);
+    call.headers.push_back("Cookie: qrix_sid=" + session_id);
   }
   if (!token.empty()) {
     call.headers.push_back("X-QRIX-Token: " + token);
@@ -238,7 +221,7 @@ Json::Value ApiClient::Login(const std::string& account, const std::string& pass
   const Json::Value envelope = ParseJson(reply.body);
   last_cookie = reply.Header("set-cookie");
   if (envelope["success"].asBool()) {
-    session_id = CookieOf(reply, "qrix_sid");
+    session_id = last_cookie.substr(9, last_cookie.find(';') - 9);  // after "qrix_sid="
     token = envelope["data"]["token"].asString();
   }
   return envelope;
@@ -277,10 +260,10 @@ void HostTest::UseDatabase() {
 
 void HostTest::Start(std::vector<std::string> args) {
   server_ = std::make_unique<HostServer>(std::move(args));
-  alice_ = std::make_unique<ApiClient>(*server_);
-  bob_ = std::make_unique<ApiClient>(*server_);
-  ASSERT_TRUE(alice_->Login(kAlice)["success"].asBool());
-  ASSERT_TRUE(bob_->Login(kBob)["success"].asBool());
+  for (auto [client, account] : {std::pair{&alice_, kAlice}, {&bob_, kBob}, {&carol_, kCarol}}) {
+    *client = std::make_unique<ApiClient>(*server_);
+    ASSERT_TRUE((*client)->Login(account)["success"].asBool()) << account.name;
+  }
 }
 
 Json::Value ParseJson(const std::string& text) {

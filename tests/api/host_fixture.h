@@ -99,10 +99,9 @@ class ApiClient {
 
   std::string session_id;
   std::string token;
-  std::string extra_cookies;  // appended to the session's Cookie header, e.g. "; lang=fra"
-  std::string origin;         // sent as Origin when set, as a browser would
-  std::string ca_file;        // see HttpCall
-  std::string last_cookie;    // the Set-Cookie of the last login
+  std::string origin;       // sent as Origin when set, as a browser would
+  std::string ca_file;      // see HttpCall
+  std::string last_cookie;  // the Set-Cookie of the last login
 
  private:
   std::string url_;
@@ -110,7 +109,7 @@ class ApiClient {
 };
 
 // Base of the API tests: skips unless the sandbox gives root, which the account files and PAM
-// need. Start() runs a host and logs alice (an administrator) and bob (an ordinary user) in.
+// need. Start() runs a host and logs alice (an administrator), bob and carol (ordinary users) in.
 class HostTest : public ::testing::Test {
  protected:
   void SetUp() override;
@@ -127,6 +126,7 @@ class HostTest : public ::testing::Test {
   std::unique_ptr<HostServer> server_;
   std::unique_ptr<ApiClient> alice_;
   std::unique_ptr<ApiClient> bob_;
+  std::unique_ptr<ApiClient> carol_;  // an ordinary user too
 };
 
 // The parsed body, or null when it is not JSON.

@@ -116,51 +116,22 @@ class ReliabilityTest : public HostTest {
 
 class SettingsApiTest : public ReliabilityTest {};
 
-// A port change over HTTP: its keys written, and after the answer the scheduler signalled, the
-// firewall reloaded and the ports registered only when a port moved; "get" reads it back.
+// A port change over HTTP: its keys written, and after the answer the scheduler signalled (DHT
+// is on by default and its port moved: it restarts), the firewall reloaded and the ports
+// registered; "get" reads it back. Which change calls for what is the handlers' unit test.
 TEST_F(SettingsApiTest, AnAcceptedSetWritesAndSignalsARefusedOneNeither) {
-  struct Row {
-    Fields fields;
-    std::map<std::string, std::string> written;  // keys that must hold these values
-    Counts signals;                              // added by this request
-    int firewall_reloads;
-    const char* get;  // members the following "get" must answer with
-  };
-  const Row rows[] = {
-      // DHT is on (by default) and its port moved: it restarts, and the firewall reloads.
-      {{{"tcp_port", "51413"}, {"dht_port", "7000"}},
-       {{"download_start_port", "51413"}, {"download_dhtport", "7000"}},
-       {1, 1, 0},
-       1,
-       R"({"tcp_port": 51413, "dht_port": 7000, "enable_dht": true})"},
-      // The same port: no registration, no reload, no restart.
-      {{{"tcp_port", "51413"}, {"max_upload_rate", "50"}},
-       {{"download_ul_rate", "50"}},
-       {1, 0, 0},
-       0,
-       R"({"tcp_port": 51413, "max_upload_rate": 50})"},
-  };
-  Counts total;
-  int reloads = 0;
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.get);
-    EXPECT_EQ(Call("BT", "set", row.fields), ParseJson(R"({"success":true})"));
-    const std::map<std::string, std::string> file = ReadSettings();
-    for (const auto& [key, value] : row.written) {
-      EXPECT_EQ(file.count(key) ? file.at(key) : "(missing)", value) << key;
-    }
-    EXPECT_EQ(file.at("download_other"), "untouched");
-    total = {total.hup + row.signals.hup, total.cont + row.signals.cont,
-             total.usr2 + row.signals.usr2};
-    EXPECT_EQ(scheduler_->WaitFor(total), total);
-    reloads += row.firewall_reloads;
-    EXPECT_EQ(static_cast<int>(ReadText(kFirewallRan).size()) / 2, reloads);
-    const Json::Value got = Call("BT", "get");
-    const Json::Value want = ParseJson(row.get);
-    for (const std::string& member : want.getMemberNames()) {
-      EXPECT_EQ(got["data"][member], want[member]) << member << " " << got;
-    }
-  }
+  EXPECT_EQ(Call("BT", "set", {{"tcp_port", "51413"}, {"dht_port", "7000"}}),
+            ParseJson(R"({"success":true})"));
+  std::map<std::string, std::string> file = ReadSettings();
+  EXPECT_EQ(
+      file["download_start_port"] + " " + file["download_dhtport"] + " " + file["download_other"],
+      "51413 7000 untouched");
+  Counts total{1, 1, 0};
+  EXPECT_EQ(scheduler_->WaitFor(total), total);
+  ASSERT_TRUE(WaitForFile(kFirewallRan));
+  EXPECT_EQ(ReadText(kFirewallRan), "x\n");
+  const Json::Value got = Call("BT", "get")["data"];
+  EXPECT_EQ(got["tcp_port"].asString() + " " + got["dht_port"].asString(), "51413 7000") << got;
   const std::string ports = ReadText("/var/qrix/etc/services/qrixdownload_port.conf");
   EXPECT_NE(ports.find("[bt]"), std::string::npos) << ports;
   EXPECT_NE(ports.find("[bt_dht]"), std::string::npos) << ports;
@@ -206,7 +177,6 @@ TEST_F(ReliabilityTest, EveryParameterOfEveryMethodTakesHostileValues) {
       R"~(["../x", "$(touch /tmp/smuggled)", "a\nb", 5])~",
   };
   int tried = 0;
-  std::map<int, int> codes;
   for (const QRIXDL::CheckedMethod& method : QRIXDL::CheckedMethods()) {
     std::vector<std::string> names;
     for (const QRIXDL::ParamRule& rule : method.rules) {
@@ -228,7 +198,6 @@ TEST_F(ReliabilityTest, EveryParameterOfEveryMethodTakesHostileValues) {
         ASSERT_TRUE(reply.isObject()) << "no answer: the worker crashed or hung";
         any_success = any_success || reply["success"].asBool();
         const int code = reply["success"].asBool() ? 0 : reply["error"]["code"].asInt();
-        ++codes[code];
         EXPECT_TRUE(code == 0 || kDocumented.count(code)) << reply;
         // Refused by the host or the parameter check: the method never ran. (A method's own
         // failure may come after what it wrote, as each method's tests show.)
@@ -260,12 +229,8 @@ TEST_F(ReliabilityTest, EveryParameterOfEveryMethodTakesHostileValues) {
     }
   }
   EXPECT_GT(tried, 1500);
-  std::printf("hostile sweep: %d requests over %zu methods; answers:", tried,
+  std::printf("hostile sweep: %d requests over %zu methods\n", tried,
               QRIXDL::CheckedMethods().size());
-  for (const auto& [code, count] : codes) {
-    std::printf(" %d x%d", code, count);
-  }
-  std::printf("\n");
 }
 
 // Each refusal comes before the method runs: nothing it would have written is written.
@@ -341,12 +306,7 @@ TEST_F(ReliabilityTest, AFullDiskKeepsTheOldSettingsAndTheNextSetWorks) {
   }
   EXPECT_EQ(Call("FtpHttp", "set", {{"ftp_max_conn", "17"}}), ErrorEnvelope(505));
   EXPECT_EQ(ReadText(kSettingsConf), old);
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(etc)) {
-    names.push_back(entry.path().filename());
-  }
-  std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (std::vector<std::string>{"filler", "settings.conf"}));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(etc), {}), 2) << "a scrap was left";
 
   Remove(etc + "/filler");
   EXPECT_TRUE(Call("FtpHttp", "set", {{"ftp_max_conn", "17"}})["success"].asBool());
@@ -430,40 +390,39 @@ TEST_F(ReliabilityTest, ConcurrentSetsLoseNoUpdate) {
       {"Rss", {"update_interval"}},
       {"Emule", {"upload_rate", "download_rate", "schedule_upload_rate", "schedule_download_rate"}},
   };
-  std::vector<std::pair<std::string, std::string>> owned;
-  for (const auto& [api, params] : by_api) {
-    for (const std::string& param : params) {
-      owned.emplace_back(api, param);
-    }
-  }
   const int sets = Count(20, 500);
   std::vector<std::thread> clients;
   std::atomic<int> failed = 0;
-  for (const auto& [api, param] : owned) {
-    clients.emplace_back([&, api, param] {
-      ApiClient client(*server_);
-      if (!client.Login(kAlice)["success"].asBool()) {
-        ++failed;
-        return;
-      }
-      for (int i = 1; i <= sets; ++i) {
-        const std::string value =
-            param == "username" ? "\"u" + std::to_string(i) + "\"" : std::to_string(i);
-        failed += !client.Call("QRIX.Haulport2.Setting." + api, "set", {{param, value}})["success"]
-                       .asBool();
-      }
-    });
+  for (const auto& [api, params] : by_api) {
+    for (const std::string& param : params) {
+      clients.emplace_back([&, api = api, param = param] {
+        ApiClient client(*server_);
+        if (!client.Login(kAlice)["success"].asBool()) {
+          ++failed;
+          return;
+        }
+        for (int i = 1; i <= sets; ++i) {
+          const std::string value =
+              param == "username" ? "\"u" + std::to_string(i) + "\"" : std::to_string(i);
+          failed +=
+              !client.Call("QRIX.Haulport2.Setting." + api, "set", {{param, value}})["success"]
+                   .asBool();
+        }
+      });
+    }
   }
   for (std::thread& client : clients) {
     client.join();
   }
   EXPECT_EQ(failed, 0);
-  for (const auto& [api, param] : owned) {
-    const Json::Value want =
-        param == "username" ? Json::Value("u" + std::to_string(sets)) : Json::Value(sets);
-    EXPECT_EQ(Call(api, "get")["data"][param], want) << api << " " << param;
+  for (const auto& [api, params] : by_api) {
+    for (const std::string& param : params) {
+      const Json::Value want =
+          param == "username" ? Json::Value("u" + std::to_string(sets)) : Json::Value(sets);
+      EXPECT_EQ(Call(api, "get")["data"][param], want) << api << " " << param;
+    }
   }
-  std::printf("concurrent sets: %zu clients x %d sets\n", owned.size(), sets);
+  std::printf("concurrent sets: %zu clients x %d sets\n", clients.size(), sets);
 }
 
 }  // namespace
