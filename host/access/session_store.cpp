@@ -23,6 +23,9 @@ namespace {
 constexpr size_t kRandomBytes = 32;  // 256 bits
 // A last use this far in the future means the clock was set back: treat it as expired.
 constexpr time_t kClockSlack = 60;
+constexpr time_t kMarkEvery = 1;
+// Records a worker keeps; past this the cache starts again (a worker serves a few users).
+constexpr std::size_t kMaxCached = 256;
 
 std::string RandomHex() {
   unsigned char bytes[kRandomBytes];
@@ -93,20 +96,51 @@ std::optional<Session> SessionStore::Find(std::string_view id) {
     return std::nullopt;
   }
   const std::string path = PathOf(id);
-  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-  if (!fd.Valid()) {
-    if (errno != ENOENT) {
-      LogFailure("cannot open session file", path, errno);
-    }
-    return std::nullopt;
-  }
+  const std::string key(id);
   struct stat st {};
-  if (::fstat(fd.Get(), &st) != 0) {
-    LogFailure("cannot stat session file", path, errno);
+  if (::lstat(path.c_str(), &st) != 0) {
+    if (errno != ENOENT) {
+      LogFailure("cannot stat session file", path, errno);
+    }
+    read_.erase(key);
     return std::nullopt;
   }
   if (Expired(st.st_mtim.tv_sec, idle_seconds_)) {
     ::unlink(path.c_str());
+    read_.erase(key);
+    return std::nullopt;
+  }
+  auto it = read_.find(key);
+  if (it == read_.end() || it->second.dev != st.st_dev || it->second.ino != st.st_ino ||
+      it->second.changed.tv_sec != st.st_ctim.tv_sec ||
+      it->second.changed.tv_nsec != st.st_ctim.tv_nsec) {
+    std::optional<Read> read = ReadFile(id, path);
+    if (!read) {
+      read_.erase(key);
+      return std::nullopt;
+    }
+    if (read_.size() >= kMaxCached) {
+      read_.clear();
+    }
+    it = read_.insert_or_assign(key, std::move(*read)).first;
+  }
+  it->second.last_used = st.st_mtim.tv_sec;
+  if (Expired(it->second.created, lifetime_seconds_)) {
+    ::unlink(path.c_str());
+    read_.erase(it);
+    return std::nullopt;
+  }
+  return it->second.session;
+}
+
+std::optional<SessionStore::Read> SessionStore::ReadFile(std::string_view id,
+                                                         const std::string& path) const {
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  struct stat st {};
+  if (!fd.Valid() || ::fstat(fd.Get(), &st) != 0) {
+    if (errno != ENOENT) {
+      LogFailure("cannot open session file", path, errno);
+    }
     return std::nullopt;
   }
   std::string text;
@@ -120,17 +154,24 @@ std::optional<Session> SessionStore::Find(std::string_view id) {
     LogFailure("cannot use session file", path, "not a session record");
     return std::nullopt;
   }
-  if (Expired(static_cast<time_t>(record["created"].asInt64()), lifetime_seconds_)) {
-    ::unlink(path.c_str());
-    return std::nullopt;
-  }
-  return Session{
-      std::string(id),
-      Account{record["user"].asString(), static_cast<uid_t>(record["uid"].asUInt64()), false},
-      record["token"].asString()};
+  return Read{st.st_dev,
+              st.st_ino,
+              st.st_ctim,
+              static_cast<time_t>(record["created"].asInt64()),
+              st.st_mtim.tv_sec,
+              Session{std::string(id),
+                      Account{record["user"].asString(),
+                              static_cast<uid_t>(record["uid"].asUInt64()), false},
+                      record["token"].asString()}};
 }
 
+// A mark less than a second old is not renewed: the idle time is counted in seconds, and an
+// unchanged file keeps its cached record valid.
 void SessionStore::MarkUsed(std::string_view id) {
+  const auto it = read_.find(std::string(id));
+  if (it != read_.end() && ::time(nullptr) - it->second.last_used < kMarkEvery) {
+    return;
+  }
   const std::string path = PathOf(id);
   if (IsSessionId(id) && ::utimensat(AT_FDCWD, path.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) != 0 &&
       errno != ENOENT) {
@@ -139,6 +180,7 @@ void SessionStore::MarkUsed(std::string_view id) {
 }
 
 void SessionStore::Remove(std::string_view id) {
+  read_.erase(std::string(id));
   if (IsSessionId(id)) {
     const std::string path = PathOf(id);
     if (::unlink(path.c_str()) != 0 && errno != ENOENT) {

@@ -2,15 +2,19 @@
 // holding the user, uid, CSRF token and creation time. The file's modification time is the
 // session's last use; marking it never creates the file, so a request running alongside a
 // logout cannot bring the removed session back. A session ends when unused for the idle time
-// and, however used, at the end of its lifetime.
+// and, however used, at the end of its lifetime. Each worker keeps the records it read, checked
+// against the file's status on every use: a file is written once and then only marked, and
+// marked at most once a second, so most requests cost one status call.
 #ifndef QRIX_HOST_SESSION_STORE_H_
 #define QRIX_HOST_SESSION_STORE_H_
 
 #include <sys/types.h>
+#include <time.h>
 
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "host/access/auth.h"
 
@@ -42,11 +46,21 @@ class SessionStore {
   void RemoveExpired();
 
  private:
+  struct Read {
+    dev_t dev;
+    ino_t ino;
+    timespec changed;  // any write or mark changes it: then the file is read again
+    time_t created;
+    time_t last_used;
+    Session session;
+  };
   std::string PathOf(std::string_view id) const;
+  std::optional<Read> ReadFile(std::string_view id, const std::string& path) const;
 
   std::string dir_;
   int idle_seconds_;
   int lifetime_seconds_;
+  std::unordered_map<std::string, Read> read_;
 };
 
 }  // namespace qrix::host

@@ -31,6 +31,9 @@ class Dispatcher {
   // Whether the module registered post-response callbacks, and running them, in order, once
   // the response has been sent.
   bool HasCallbacks() const { return !module_response_.GetCallbacks().empty(); }
+  const std::vector<QRIX::APIResponse::Callback>& Callbacks() const {
+    return module_response_.GetCallbacks();
+  }
   void RunCallbacks() const { module_response_.RunCallbacks(); }
 
  private:

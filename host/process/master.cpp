@@ -29,6 +29,7 @@
 #include "host/common/host_log.h"
 #include "host/dispatch/envelope.h"
 #include "host/http/response_writer.h"
+#include "host/process/callback_runner.h"
 #include "host/process/handoff.h"
 #include "host/process/watchdog.h"
 
@@ -45,7 +46,8 @@ constexpr auto kKillGrace = std::chrono::seconds(2);
 constexpr auto kRespawnPause = std::chrono::seconds(1);
 // How often deadlines are looked at: reading deadlines are seconds long.
 constexpr auto kSweepEvery = std::chrono::milliseconds(200);
-// Spent workers finish their callbacks beside the serving ones; this bounds them all.
+// Spent workers (whose callbacks could not go to the keeper) finish them beside the serving
+// ones; this bounds them all.
 constexpr int kProcessesPerWorker = 8;
 
 std::string Answer(int status, const char* text) {
@@ -105,11 +107,15 @@ class Master {
   int Serving() const;
   void SpawnMissing();
   void Spawn();
+  void SpawnKeeper();
+  // Forks a child that keeps of the master's descriptors only `keep` (and 0-2) and runs `main`.
+  pid_t ForkChild(std::vector<int> keep, const std::function<void()>& main);
   void WaitForSignal();
   void Reap();
   void Sweep();
   void BeginStop();
   void StopIfDone();
+  void KillAll();
 
   const MasterSettings& settings_;
   const WorkerMain& worker_main_;
@@ -124,6 +130,10 @@ class Master {
   std::map<pid_t, Worker> workers_;
   std::vector<pid_t> idle_;  // the last to become idle is used first: its caches are warm
   Clock::time_point next_spawn_;
+  UniqueFd queue_post_;  // the callback queue's ends: workers post, the keeper takes
+  UniqueFd queue_take_;
+  pid_t keeper_ = 0;
+  Clock::time_point next_keeper_spawn_;
   bool accepting_ = false;
   bool stopping_ = false;
   bool stop_killed_ = false;
@@ -138,6 +148,10 @@ int Master::Run() {
   acceptor_.assign(bound.ss_family == AF_INET6 ? tcp::v6() : tcp::v4(), listener_.Release(), ec);
   if (ec) {
     LogFailure("cannot serve the listening socket of", kLogIdent, ec.message());
+    return 1;
+  }
+  if (!MakeCallbackQueue(&queue_post_, &queue_take_)) {
+    LogFailure("cannot make the callback queue of", kLogIdent, errno);
     return 1;
   }
   SpawnMissing();
@@ -338,6 +352,9 @@ int Master::Serving() const {
 }
 
 void Master::SpawnMissing() {
+  if (!stopping_ && keeper_ == 0 && Clock::now() >= next_keeper_spawn_) {
+    SpawnKeeper();
+  }
   while (!stopping_ && Serving() < settings_.workers &&
          static_cast<int>(workers_.size()) < settings_.workers * kProcessesPerWorker &&
          Clock::now() >= next_spawn_) {
@@ -353,44 +370,70 @@ void Master::Spawn() {
     next_spawn_ = Clock::now() + kRespawnPause;
     return;
   }
-  const pid_t master = ::getpid();
-  const pid_t pid = ::fork();
+  const int channel = worker_end.Get();
+  const int queue = queue_post_.Get();
+  const pid_t pid = ForkChild(
+      {channel, queue}, [this, &worker_end, queue] { worker_main_(std::move(worker_end), queue); });
   if (pid < 0) {
     LogFailure("cannot fork a worker of", kLogIdent, errno);
     next_spawn_ = Clock::now() + kRespawnPause;
     return;
   }
-  if (pid == 0) {
-    // The worker keeps nothing of the master's loop: not its signal handlers, not the clients
-    // it is reading, not the other workers' lines. The log's socket goes too, and is opened
-    // again, so that no log line can ever go to a descriptor number reused for a client.
-    ::closelog();
-    struct sigaction action {};
-    action.sa_handler = SIG_DFL;
-    for (const int sig : {SIGCHLD, SIGTERM, SIGINT}) {
-      ::sigaction(sig, &action, nullptr);
-    }
-    sigset_t none;
-    sigemptyset(&none);
-    ::sigprocmask(SIG_SETMASK, &none, nullptr);
-    // An orphaned worker would serve no one: it follows the master out.
-    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (::getppid() != master) {
-      ::_exit(0);
-    }
-    const int keep = worker_end.Get();
-    if (keep > 3) {
-      ::close_range(3, static_cast<unsigned>(keep - 1), 0);
-    }
-    ::close_range(static_cast<unsigned>(std::max(keep, 2) + 1), UINT_MAX, 0);
-    // Connected now, while root: a request that left the ids changed must still be logged.
-    ::openlog(kLogIdent, LOG_PID | LOG_NDELAY, LOG_DAEMON);
-    worker_main_(std::move(worker_end));
-    ::_exit(0);
-  }
   Worker& worker = workers_[pid];
   worker.channel = std::make_unique<asio::posix::stream_descriptor>(io_, master_end.Release());
   ReadStatus(pid);
+}
+
+void Master::SpawnKeeper() {
+  const int queue = queue_take_.Get();
+  const pid_t pid = ForkChild(
+      {queue}, [this] { RunCallbackKeeper(std::move(queue_take_), settings_.request_timeout); });
+  if (pid < 0) {
+    LogFailure("cannot fork the callback keeper of", kLogIdent, errno);
+    next_keeper_spawn_ = Clock::now() + kRespawnPause;
+    return;
+  }
+  keeper_ = pid;
+}
+
+pid_t Master::ForkChild(std::vector<int> keep, const std::function<void()>& main) {
+  const pid_t master = ::getpid();
+  const pid_t pid = ::fork();
+  if (pid != 0) {
+    return pid;
+  }
+  // The child keeps nothing of the master's loop: not its signal handlers, not the clients
+  // it is reading, not the workers' lines. The log's socket goes too, and is opened again, so
+  // that no log line can ever go to a descriptor number reused for a client.
+  ::closelog();
+  struct sigaction action {};
+  action.sa_handler = SIG_DFL;
+  for (const int sig : {SIGCHLD, SIGTERM, SIGINT}) {
+    ::sigaction(sig, &action, nullptr);
+  }
+  sigset_t none;
+  sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  // An orphaned worker would serve no one: it follows the master out.
+  ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (::getppid() != master) {
+    ::_exit(0);
+  }
+  std::sort(keep.begin(), keep.end());
+  unsigned from = 3;
+  for (const int fd : keep) {
+    if (fd >= static_cast<int>(from)) {
+      if (fd > static_cast<int>(from)) {
+        ::close_range(from, static_cast<unsigned>(fd - 1), 0);
+      }
+      from = static_cast<unsigned>(fd) + 1;
+    }
+  }
+  ::close_range(from, UINT_MAX, 0);
+  // Connected now, while root: a request that left the ids changed must still be logged.
+  ::openlog(kLogIdent, LOG_PID | LOG_NDELAY, LOG_DAEMON);
+  main();
+  ::_exit(0);
 }
 
 void Master::WaitForSignal() {
@@ -411,6 +454,14 @@ void Master::Reap() {
   int status = 0;
   pid_t pid;
   while ((pid = ::waitpid(-1, &status, WNOHANG)) > 0) {
+    if (pid == keeper_) {
+      if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        LogFailure("callback keeper", std::to_string(pid), "ended before the master; replaced");
+        next_keeper_spawn_ = Clock::now() + kRespawnPause;
+      }
+      keeper_ = 0;
+      continue;
+    }
     const auto it = workers_.find(pid);
     if (it == workers_.end()) {
       continue;
@@ -466,10 +517,7 @@ void Master::Sweep() {
     waiting_.pop_front();
   }
   if (stopping_ && !stop_killed_ && now >= stop_deadline_) {
-    for (const auto& [pid, worker] : workers_) {
-      ::kill(pid, SIGKILL);
-    }
-    stop_killed_ = true;
+    KillAll();
   }
   if (!stopping_ && !accepting_) {
     Accept();
@@ -485,11 +533,7 @@ void Master::Sweep() {
 
 void Master::BeginStop() {
   if (stopping_) {
-    // Asked twice: no more waiting for busy workers.
-    for (const auto& [pid, worker] : workers_) {
-      ::kill(pid, SIGKILL);
-    }
-    stop_killed_ = true;
+    KillAll();  // asked twice: no more waiting for busy workers
     return;
   }
   stopping_ = true;
@@ -515,10 +559,26 @@ void Master::BeginStop() {
   StopIfDone();
 }
 
+// Once the workers are gone, the keeper is told that no more callbacks come; it runs those
+// still queued and leaves, and then so does the master.
 void Master::StopIfDone() {
-  if (stopping_ && workers_.empty()) {
+  if (!stopping_ || !workers_.empty()) {
+    return;
+  }
+  queue_post_.Reset();
+  if (keeper_ == 0) {
     io_.stop();
   }
+}
+
+void Master::KillAll() {
+  for (const auto& [pid, worker] : workers_) {
+    ::kill(pid, SIGKILL);
+  }
+  if (keeper_ != 0) {
+    ::kill(keeper_, SIGKILL);
+  }
+  stop_killed_ = true;
 }
 
 }  // namespace

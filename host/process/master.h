@@ -1,7 +1,8 @@
 // The master process, the only one that reads from clients. In one event loop it accepts,
 // reads each request whole under its limits and deadlines, and hands only complete requests to
 // idle workers, so a slow or silent client costs it a buffer, never a worker. It keeps the pool
-// of workers filled ahead of need (never forking on a request's path), kills a worker that
+// of workers filled ahead of need (never forking on a request's path) and the keeper of the
+// post-response callbacks running (see callback_runner.h), kills a worker that
 // overruns its time limit, and stops gracefully on SIGTERM or SIGINT: waiting workers leave at
 // once, busy ones finish their request. It runs no module code and never dies with a worker.
 #ifndef QRIX_HOST_PROCESS_MASTER_H_
@@ -23,8 +24,9 @@ struct MasterSettings {
   int max_waiting = 256;             // complete requests waiting for a worker
 };
 
-// Runs in each worker process with its end of the line to the master; never returns.
-using WorkerMain = std::function<void(UniqueFd channel)>;
+// Runs in each worker process with its end of the line to the master and the end of the
+// callback queue it posts on; never returns.
+using WorkerMain = std::function<void(UniqueFd channel, int callback_queue)>;
 
 // Serves `listener` until a graceful stop; returns the process exit status.
 int RunMaster(UniqueFd listener, const MasterSettings& settings, const WorkerMain& worker_main);

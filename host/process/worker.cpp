@@ -15,6 +15,7 @@
 #include "host/dispatch/request.h"
 #include "host/dispatch/router.h"
 #include "host/http/response_writer.h"
+#include "host/process/callback_runner.h"
 #include "host/process/handoff.h"
 #include "host/process/priority.h"
 #include "host/process/watchdog.h"
@@ -29,6 +30,7 @@ volatile sig_atomic_t g_stop = 0;
 // connection it holds, and the master would read its writes as this worker's.
 int g_connection_fd = -1;
 int g_channel_fd = -1;
+int g_queue_fd = -1;
 
 void OnStop(int) {
   g_stop = 1;
@@ -46,7 +48,7 @@ void InstallStopHandlers() {
 }
 
 void ForgetInheritedDescriptors() {
-  for (int* fd : {&g_connection_fd, &g_channel_fd}) {
+  for (int* fd : {&g_connection_fd, &g_channel_fd, &g_queue_fd}) {
     if (*fd >= 0) {
       ::close(*fd);
       *fd = -1;  // a later fork of this child must not close whatever reuses the number
@@ -134,10 +136,11 @@ std::string ReasonToLeave(const WorkerSetup& setup, int served, const Identity& 
 
 }  // namespace
 
-void RunWorker(const WorkerSetup& setup, UniqueFd channel) {
+void RunWorker(const WorkerSetup& setup, UniqueFd channel, int callback_queue) {
   InstallStopHandlers();
   InstallWatchdog();
   g_channel_fd = channel.Release();
+  g_queue_fd = callback_queue;
   ::pthread_atfork(nullptr, nullptr, ForgetInheritedDescriptors);
   const Identity start = Identity::Current();
   if (!SendStatus(g_channel_fd, WorkerStatus::kReady)) {
@@ -163,7 +166,7 @@ void RunWorker(const WorkerSetup& setup, UniqueFd channel) {
     ++served;
     Dispatcher dispatcher(*setup.registry, *setup.sessions, *setup.limiter, *setup.accounts);
     Serve(setup, http, std::move(connection), dispatcher);
-    if (dispatcher.HasCallbacks()) {
+    if (dispatcher.HasCallbacks() && !PostCallbacks(g_queue_fd, dispatcher.Callbacks())) {
       // Once per process means once per request: this process runs no other request's.
       SendStatus(g_channel_fd, WorkerStatus::kSpent);
       ::close(g_channel_fd);

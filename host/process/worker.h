@@ -1,10 +1,11 @@
 // The life of one worker process: take one complete request at a time from the master,
 // answer it on the connection handed over with it, and go on. What belongs to a request (the
 // recorded error code, the request and response objects, the login, the language) starts
-// fresh for each. A request whose module registered post-response callbacks spends the
-// worker: it answers, runs them, and exits, so each request's callbacks run in a process that
-// ran no other request's. A worker also leaves after its request limit, past its memory
-// bound, and when a request left its ids changed.
+// fresh for each. A request's post-response callbacks go, once it is answered, to a process of
+// their own (callback_runner.h); when they cannot, the request spends the worker: it runs
+// them and exits. Either way each request's callbacks run in a process that ran no other
+// request's. A worker also leaves after its request limit, past its memory bound, and when a
+// request left its ids changed.
 #ifndef QRIX_HOST_PROCESS_WORKER_H_
 #define QRIX_HOST_PROCESS_WORKER_H_
 
@@ -35,7 +36,8 @@ struct WorkerSetup {
   bool behind_proxy = false;         // see DecodeRequest
 };
 
-[[noreturn]] void RunWorker(const WorkerSetup& setup, UniqueFd channel);
+// `callback_queue`: where the worker posts a request's callbacks (see callback_runner.h).
+[[noreturn]] void RunWorker(const WorkerSetup& setup, UniqueFd channel, int callback_queue);
 
 }  // namespace qrix::host
 
