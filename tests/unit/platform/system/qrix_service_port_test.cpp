@@ -35,14 +35,11 @@ TEST_F(ServicePortTest, SetWritesOneSectionPerName) {
     const char* file;  // whole file afterwards
   } const steps[] = {
       {"bt", Record(QRIX_PORT_TCP, 16881), "[bt]\nprotocol=\"tcp\"\nport=\"16881\"\n"},
-      {"bt_dht", Record(QRIX_PORT_UDP, 6881),
+      {"bt_dht", Record(QRIX_PORT_UDP, 6881, 6881),  // a range of one port is one port
        "[bt]\nprotocol=\"tcp\"\nport=\"16881\"\n\n[bt_dht]\nprotocol=\"udp\"\nport=\"6881\"\n"},
       {"bt", Record(QRIX_PORT_TCP | QRIX_PORT_UDP, 7000, 7010),
        "[bt]\nprotocol=\"tcp,udp\"\nport=\"7000-7010\"\n\n"
        "[bt_dht]\nprotocol=\"udp\"\nport=\"6881\"\n"},
-      {"bt_dht", Record(QRIX_PORT_UDP, 6999, 6999),
-       "[bt]\nprotocol=\"tcp,udp\"\nport=\"7000-7010\"\n\n"
-       "[bt_dht]\nprotocol=\"udp\"\nport=\"6999\"\n"},
   };
   for (const Step& s : steps) {
     ASSERT_EQ(QRIXServiceConfSectionPortSet(QRIX_SERVICE_CONF_SET, "dl", s.section, &s.record), 0);
