@@ -47,13 +47,10 @@ TEST(HostCheckTest, HostNamesOwnPortDirectlyAnyPortThroughTheFront) {
     bool proxied;
   };
   const Row rows[] = {
-      {"127.0.0.1:5080", true, true},
-      {"127.0.0.1", false, true},
-      {"nas.example", true, true},
-      {"nas.example:8443", false, true},
-      {"evil.example:5080", false, false},
-      {"nas.example:x", false, false},
-      {"", false, false},
+      {"127.0.0.1:5080", true, true},    {"127.0.0.1", false, true},
+      {"nas.example", true, true},       {"nas.example:5080", true, true},
+      {"nas.example:8443", false, true}, {"evil.example:5080", false, false},
+      {"nas.example:x", false, false},   {"", false, false},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(check.HostAllowed(row.host), row.direct) << row.host;
