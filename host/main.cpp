@@ -125,7 +125,5 @@ int main(int argc, char** argv) {
   std::printf("%s: listening on http://%s:%d/\n", kLogIdent, UrlHost(options.listen).c_str(), port);
   std::fflush(stdout);
   return RunMaster(std::move(listener), master,
-                   [&worker](qrix::UniqueFd channel, int callback_queue) {
-                     RunWorker(worker, std::move(channel), callback_queue);
-                   });
+                   [&worker](WorkerLines lines) { RunWorker(worker, std::move(lines)); });
 }

@@ -58,10 +58,6 @@ int Reap(int running, bool wait_one, bool wait_all, int time_limit) {
 
 }  // namespace
 
-bool MakeCallbackQueue(UniqueFd* post_end, UniqueFd* take_end) {
-  return MakeChannel(post_end, take_end);
-}
-
 bool PostCallbacks(int queue, const std::vector<Callback>& callbacks) {
   if (queue < 0 || callbacks.empty() || callbacks.size() > kMaxCallbacks) {
     return false;

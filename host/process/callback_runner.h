@@ -1,10 +1,10 @@
 // Post-response callbacks in processes of their own, so that "once per process" stays "once
 // per request" while the worker that answered goes on serving. The master makes one queue, a
-// Unix seqpacket socket pair. A worker posts each request's callbacks on one end, after the
-// answer went out. A keeper process, forked from the master after the modules were loaded (so
-// a callback's address means the same in it as in the worker), takes them from the other end
-// and forks one runner per request, which runs them in order and exits. The keeper runs at the
-// lowest priority: a fork can cost milliseconds of CPU, and it must not delay a request.
+// Unix seqpacket socket pair (MakeChannel of handoff.h). A worker posts each request's callbacks on
+// one end, after the answer went out. A keeper process, forked from the master after the modules
+// were loaded (so a callback's address means the same in it as in the worker), takes them from the
+// other end and forks one runner per request, which runs them in order and exits. The keeper runs
+// at the lowest priority: a fork can cost milliseconds of CPU, and it must not delay a request.
 #ifndef QRIX_HOST_PROCESS_CALLBACK_RUNNER_H_
 #define QRIX_HOST_PROCESS_CALLBACK_RUNNER_H_
 
@@ -14,9 +14,6 @@
 #include "platform/webapi/api_response.h"
 
 namespace qrix::host {
-
-// False with errno set when the queue cannot be made.
-bool MakeCallbackQueue(UniqueFd* post_end, UniqueFd* take_end);
 
 // Posts one request's callbacks without waiting. False when they cannot go this way: the queue
 // is full or gone, or a callback carries data that only this process holds. The caller then

@@ -1,7 +1,8 @@
 // The master's line to one worker, a Unix seqpacket socket pair. The master hands over one
 // complete request at a time as one message: the request as its reader decoded it, with the
-// client's connection attached (SCM_RIGHTS). The worker answers each request with one status
-// byte.
+// client's connection attached (SCM_RIGHTS). The worker reports with one status byte: that it
+// is ready after start-up (and after a request, while the master listens: worker_board.h),
+// or that it leaves.
 #ifndef QRIX_HOST_PROCESS_HANDOFF_H_
 #define QRIX_HOST_PROCESS_HANDOFF_H_
 

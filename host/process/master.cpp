@@ -32,6 +32,7 @@
 #include "host/process/callback_runner.h"
 #include "host/process/handoff.h"
 #include "host/process/watchdog.h"
+#include "host/process/worker_board.h"
 
 namespace qrix::host {
 namespace {
@@ -80,13 +81,15 @@ class Master {
   int Run();
 
  private:
-  enum class State { kStarting, kIdle, kBusy, kDone };
+  // Whether a serving worker is idle or busy is on the board (worker_board.h).
+  enum class State { kStarting, kServing, kDone };
   struct Worker {
     State state = State::kStarting;
+    int slot = -1;
     std::unique_ptr<asio::posix::stream_descriptor> channel;
     char status[16] = {};
-    Clock::time_point deadline;
-    bool killed = false;  // by the master, already logged
+    Clock::time_point deadline = Clock::time_point::max();  // of the request handed over last
+    bool killed = false;                                    // by the master, already logged
   };
   struct Waiting {
     HttpRequest request;
@@ -99,11 +102,13 @@ class Master {
   void MakeRoomFor(const std::string& address);
   void OnRead(RequestReader* reader, ReadResult result, HttpRequest request);
   void Deliver(HttpRequest request, UniqueFd connection);
+  void ServeWaiting();
+  pid_t TakeIdle();
   bool HandOver(pid_t pid, const HttpRequest& request, int connection);
   void RefuseDirectly(int connection, const std::string& answer);
   void ReadStatus(pid_t pid);
   void OnStatus(pid_t pid, char status);
-  void Retire(pid_t pid, Worker& worker);
+  void Retire(Worker& worker);
   int Serving() const;
   void SpawnMissing();
   void Spawn();
@@ -121,6 +126,7 @@ class Master {
   const WorkerMain& worker_main_;
   asio::io_context io_{1};
   tcp::acceptor acceptor_;
+  tcp::endpoint peer_;  // of the connection being accepted
   asio::signal_set signals_;
   asio::steady_timer sweep_;
   UniqueFd listener_;
@@ -128,7 +134,8 @@ class Master {
   std::unordered_map<std::string, int> reading_per_address_;
   std::deque<Waiting> waiting_;
   std::map<pid_t, Worker> workers_;
-  std::vector<pid_t> idle_;  // the last to become idle is used first: its caches are warm
+  std::unique_ptr<WorkerBoard> board_;
+  bool listening_ = false;  // what the board says
   Clock::time_point next_spawn_;
   UniqueFd queue_post_;  // the callback queue's ends: workers post, the keeper takes
   UniqueFd queue_take_;
@@ -150,8 +157,15 @@ int Master::Run() {
     LogFailure("cannot serve the listening socket of", kLogIdent, ec.message());
     return 1;
   }
-  if (!MakeCallbackQueue(&queue_post_, &queue_take_)) {
+  // Accepted connections inherit it: one call here rather than one per connection.
+  acceptor_.set_option(tcp::no_delay(true), ec);
+  if (!MakeChannel(&queue_post_, &queue_take_)) {
     LogFailure("cannot make the callback queue of", kLogIdent, errno);
+    return 1;
+  }
+  board_ = WorkerBoard::Make(settings_.workers * kProcessesPerWorker);
+  if (!board_) {
+    LogFailure("cannot make the worker board of", kLogIdent, errno);
     return 1;
   }
   SpawnMissing();
@@ -167,7 +181,8 @@ int Master::Run() {
 
 void Master::Accept() {
   accepting_ = true;
-  acceptor_.async_accept([this](const boost::system::error_code& ec, tcp::socket socket) {
+  // The peer's address comes with the accept, not with a call of its own.
+  acceptor_.async_accept(peer_, [this](const boost::system::error_code& ec, tcp::socket socket) {
     accepting_ = false;
     if (ec == asio::error::operation_aborted || stopping_) {
       return;
@@ -183,13 +198,7 @@ void Master::Accept() {
 }
 
 void Master::OnAccepted(tcp::socket socket) {
-  boost::system::error_code ec;
-  socket.set_option(tcp::no_delay(true), ec);
-  const tcp::endpoint peer = socket.remote_endpoint(ec);
-  if (ec) {
-    return;  // already gone
-  }
-  std::string address = peer.address().to_string();
+  std::string address = peer_.address().to_string();
   MakeRoomFor(address);
   auto reader = std::make_shared<RequestReader>(std::move(socket), address, settings_.limits);
   reading_.push_back(reader);
@@ -255,31 +264,63 @@ void Master::Deliver(HttpRequest request, UniqueFd connection) {
   if (stopping_) {
     return RefuseDirectly(connection.Get(), Answer(503, "the server is stopping"));
   }
-  while (!idle_.empty()) {
-    const pid_t pid = idle_.back();
-    idle_.pop_back();
-    if (HandOver(pid, request, connection.Get())) {
-      return;  // our copy of the connection closes here; the worker has its own
-    }
-  }
   if (static_cast<int>(waiting_.size()) >= settings_.max_waiting) {
     LogFailure("refused request from", request.peer, "every worker busy and the queue full");
     return RefuseDirectly(connection.Get(), Answer(503, "server busy, try again"));
   }
   waiting_.push_back(Waiting{std::move(request), std::move(connection), Clock::now()});
+  ServeWaiting();
+}
+
+// Hands waiting requests to idle workers while there are both, and listens for workers that
+// become idle while requests are left (or while stopping).
+void Master::ServeWaiting() {
+  for (;;) {
+    while (!waiting_.empty()) {
+      const pid_t pid = TakeIdle();
+      if (pid == 0) {
+        break;
+      }
+      Waiting& next = waiting_.front();
+      if (HandOver(pid, next.request, next.connection.Get())) {
+        waiting_.pop_front();  // our copy of the connection closes here; the worker has its own
+      }
+    }
+    const bool listen = stopping_ || !waiting_.empty();
+    if (listen == listening_) {
+      return;
+    }
+    board_->Listen(listen);
+    listening_ = listen;
+    if (!listen) {
+      return;
+    }
+    // A worker may have become idle before it could see that the master listens: look again.
+  }
+}
+
+// The worker that became idle last (its caches are warm), now marked busy; 0 when none is idle.
+pid_t Master::TakeIdle() {
+  pid_t best = 0;
+  uint32_t best_since = 0;
+  for (const auto& [pid, worker] : workers_) {
+    if (worker.state == State::kServing) {
+      const uint32_t since = board_->IdleSince(worker.slot);
+      if (since > best_since) {
+        best = pid;
+        best_since = since;
+      }
+    }
+  }
+  return best != 0 && board_->Take(workers_.at(best).slot) ? best : 0;
 }
 
 bool Master::HandOver(pid_t pid, const HttpRequest& request, int connection) {
-  const auto it = workers_.find(pid);
-  if (it == workers_.end() || it->second.state != State::kIdle) {
-    return false;
-  }
-  Worker& worker = it->second;
+  Worker& worker = workers_.at(pid);
   if (!SendRequest(worker.channel->native_handle(), request, connection)) {
-    Retire(pid, worker);
+    Retire(worker);
     return false;
   }
-  worker.state = State::kBusy;
   worker.deadline = Clock::now() + std::chrono::seconds(settings_.request_timeout) + kKillGrace;
   return true;
 }
@@ -299,7 +340,7 @@ void Master::ReadStatus(pid_t pid) {
           return;
         }
         if (ec) {
-          return Retire(pid, it->second);  // the worker is gone; the reaper says why
+          return Retire(it->second);  // the worker is gone; the reaper says why
         }
         for (size_t i = 0; i < n && it->second.channel; ++i) {
           OnStatus(pid, it->second.status[i]);
@@ -316,32 +357,23 @@ void Master::OnStatus(pid_t pid, char status) {
     return;
   }
   if (status != static_cast<char>(WorkerStatus::kReady)) {
-    return Retire(pid, worker);  // spent or leaving: it exits on its own
+    return Retire(worker);  // spent or leaving: it exits on its own
   }
-  worker.state = State::kIdle;
+  worker.state = State::kServing;
   if (stopping_) {
-    return Retire(pid, worker);  // closing its line tells it to leave
-  }
-  while (!waiting_.empty()) {
-    Waiting next = std::move(waiting_.front());
-    waiting_.pop_front();
-    if (HandOver(pid, next.request, next.connection.Get())) {
-      return;
+    if (board_->Take(worker.slot)) {
+      Retire(worker);  // closing its line tells it to leave
     }
-    if (workers_.at(pid).state == State::kDone) {
-      waiting_.push_front(std::move(next));
-      return;
-    }
+    return;
   }
-  idle_.push_back(pid);
+  ServeWaiting();
 }
 
 // The worker serves no more: its line closes (telling an idle one to leave) and a replacement
 // is forked.
-void Master::Retire(pid_t pid, Worker& worker) {
+void Master::Retire(Worker& worker) {
   worker.state = State::kDone;
   worker.channel.reset();
-  idle_.erase(std::remove(idle_.begin(), idle_.end(), pid), idle_.end());
   SpawnMissing();
 }
 
@@ -364,22 +396,29 @@ void Master::SpawnMissing() {
 
 void Master::Spawn() {
   UniqueFd master_end;
-  UniqueFd worker_end;
-  if (!MakeChannel(&master_end, &worker_end)) {
+  WorkerLines lines;
+  if (!MakeChannel(&master_end, &lines.channel)) {
     LogFailure("cannot make a line to a worker of", kLogIdent, errno);
     next_spawn_ = Clock::now() + kRespawnPause;
     return;
   }
-  const int channel = worker_end.Get();
-  const int queue = queue_post_.Get();
-  const pid_t pid = ForkChild(
-      {channel, queue}, [this, &worker_end, queue] { worker_main_(std::move(worker_end), queue); });
+  lines.callback_queue = queue_post_.Get();
+  lines.board = board_.get();
+  lines.slot = board_->Claim();
+  if (lines.slot < 0) {
+    next_spawn_ = Clock::now() + kRespawnPause;  // not while the processes are bounded
+    return;
+  }
+  const pid_t pid = ForkChild({lines.channel.Get(), lines.callback_queue},
+                              [this, &lines] { worker_main_(std::move(lines)); });
   if (pid < 0) {
     LogFailure("cannot fork a worker of", kLogIdent, errno);
+    board_->Release(lines.slot);
     next_spawn_ = Clock::now() + kRespawnPause;
     return;
   }
   Worker& worker = workers_[pid];
+  worker.slot = lines.slot;
   worker.channel = std::make_unique<asio::posix::stream_descriptor>(io_, master_end.Release());
   ReadStatus(pid);
 }
@@ -482,7 +521,7 @@ void Master::Reap() {
     if (it->second.state == State::kStarting && !stopping_) {
       next_spawn_ = Clock::now() + kRespawnPause;  // it died before it could serve
     }
-    idle_.erase(std::remove(idle_.begin(), idle_.end(), pid), idle_.end());
+    board_->Release(it->second.slot);
     workers_.erase(it);
   }
   SpawnMissing();
@@ -503,7 +542,8 @@ void Master::Sweep() {
     reader->Abort();
   }
   for (auto& [pid, worker] : workers_) {
-    if (worker.state == State::kBusy && !worker.killed && now >= worker.deadline) {
+    if (worker.state == State::kServing && !worker.killed && now >= worker.deadline &&
+        board_->IdleSince(worker.slot) == 0) {
       ::kill(pid, SIGKILL);
       worker.killed = true;
       LogFailure("request worker", std::to_string(pid),
@@ -549,13 +589,14 @@ void Master::BeginStop() {
   }
   waiting_.clear();
   // Idle and starting workers leave at once; busy ones when they report their request done.
+  ServeWaiting();  // listens from now on
   for (auto& [pid, worker] : workers_) {
-    if (worker.state == State::kIdle || worker.state == State::kStarting) {
+    if (worker.state == State::kStarting ||
+        (worker.state == State::kServing && board_->Take(worker.slot))) {
       worker.state = State::kDone;
       worker.channel.reset();
     }
   }
-  idle_.clear();
   StopIfDone();
 }
 

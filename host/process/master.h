@@ -11,6 +11,7 @@
 #include <functional>
 
 #include "host/http/request_reader.h"
+#include "host/process/worker_board.h"
 #include "platform/vlibc/unique_fd.h"
 
 namespace qrix::host {
@@ -24,9 +25,8 @@ struct MasterSettings {
   int max_waiting = 256;             // complete requests waiting for a worker
 };
 
-// Runs in each worker process with its end of the line to the master and the end of the
-// callback queue it posts on; never returns.
-using WorkerMain = std::function<void(UniqueFd channel, int callback_queue)>;
+// Runs in each worker process with what it holds of the master; never returns.
+using WorkerMain = std::function<void(WorkerLines lines)>;
 
 // Serves `listener` until a graceful stop; returns the process exit status.
 int RunMaster(UniqueFd listener, const MasterSettings& settings, const WorkerMain& worker_main);

@@ -136,16 +136,21 @@ std::string ReasonToLeave(const WorkerSetup& setup, int served, const Identity& 
 
 }  // namespace
 
-void RunWorker(const WorkerSetup& setup, UniqueFd channel, int callback_queue) {
+void RunWorker(const WorkerSetup& setup, WorkerLines lines) {
   InstallStopHandlers();
   InstallWatchdog();
-  g_channel_fd = channel.Release();
-  g_queue_fd = callback_queue;
+  g_channel_fd = lines.channel.Release();
+  g_queue_fd = lines.callback_queue;
   ::pthread_atfork(nullptr, nullptr, ForgetInheritedDescriptors);
   const Identity start = Identity::Current();
+  // Told once on the line, so the master knows it started; later only when it listens.
+  lines.board->MarkIdle(lines.slot);
   if (!SendStatus(g_channel_fd, WorkerStatus::kReady)) {
     ::_exit(0);
   }
+  const auto ready = [&lines] {
+    return !lines.board->MarkIdle(lines.slot) || SendStatus(g_channel_fd, WorkerStatus::kReady);
+  };
   for (int served = 0;;) {
     HttpRequest http;
     UniqueFd connection;
@@ -158,7 +163,7 @@ void RunWorker(const WorkerSetup& setup, UniqueFd channel, int callback_queue) {
         }
         continue;
       case Received::kBroken:
-        SendStatus(g_channel_fd, WorkerStatus::kReady);
+        ready();
         continue;
       case Received::kClosed:
         ::_exit(0);  // asked to stop, or the master is gone
@@ -179,7 +184,7 @@ void RunWorker(const WorkerSetup& setup, UniqueFd channel, int callback_queue) {
     if (!ReasonToLeave(setup, served, start).empty()) {
       Leave(WorkerStatus::kLeaving);
     }
-    if (!SendStatus(g_channel_fd, WorkerStatus::kReady)) {
+    if (!ready()) {
       ::_exit(0);
     }
   }

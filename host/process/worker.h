@@ -18,6 +18,7 @@
 #include "host/dispatch/module_registry.h"
 #include "host/dispatch/static_files.h"
 #include "host/http/request_reader.h"
+#include "host/process/worker_board.h"
 #include "platform/vlibc/unique_fd.h"
 
 namespace qrix::host {
@@ -36,8 +37,7 @@ struct WorkerSetup {
   bool behind_proxy = false;         // see DecodeRequest
 };
 
-// `callback_queue`: where the worker posts a request's callbacks (see callback_runner.h).
-[[noreturn]] void RunWorker(const WorkerSetup& setup, UniqueFd channel, int callback_queue);
+[[noreturn]] void RunWorker(const WorkerSetup& setup, WorkerLines lines);
 
 }  // namespace qrix::host
 
