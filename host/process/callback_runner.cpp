@@ -37,23 +37,18 @@ void LogRunnerEnd(pid_t pid, int status, int time_limit) {
   }
 }
 
-// Collects the runners that are done, waiting first for one when `wait_one`, for all when
-// `wait_all`; returns how many still run.
-int Reap(int running, bool wait_one, bool wait_all, int time_limit) {
+// Collects one runner that ended, waiting for one when `wait`; false when none has (or none is
+// left).
+bool ReapOne(bool wait, int time_limit) {
   int status = 0;
-  for (pid_t pid; running > 0 || wait_all;) {
-    pid = ::waitpid(-1, &status, wait_one || wait_all ? 0 : WNOHANG);
-    if (pid < 0 && errno == EINTR) {
-      continue;
-    }
-    if (pid <= 0) {
-      return pid == 0 ? running : 0;  // none done yet; or no children at all
-    }
-    LogRunnerEnd(pid, status, time_limit);
-    --running;
-    wait_one = false;
+  pid_t pid;
+  while ((pid = ::waitpid(-1, &status, wait ? 0 : WNOHANG)) < 0 && errno == EINTR) {
   }
-  return running;
+  if (pid <= 0) {
+    return false;
+  }
+  LogRunnerEnd(pid, status, time_limit);
+  return true;
 }
 
 }  // namespace
@@ -92,13 +87,16 @@ void RunCallbackKeeper(UniqueFd queue, int time_limit) {
   LowerForHousekeeping();
   Callback callbacks[kMaxCallbacks];
   for (int running = 0;;) {
-    running = Reap(running, running >= kMaxRunners, false, time_limit);
+    while (running > 0 && ReapOne(running >= kMaxRunners, time_limit)) {
+      --running;
+    }
     const ssize_t n = ::recv(queue.Get(), callbacks, sizeof callbacks, 0);
     if (n < 0 && errno == EINTR) {
       continue;
     }
     if (n <= 0) {
-      Reap(running, false, true, time_limit);  // every poster is gone: finish and leave
+      while (ReapOne(true, time_limit)) {  // every poster is gone: finish and leave
+      }
       ::_exit(0);
     }
     if (n % static_cast<ssize_t>(sizeof(Callback)) != 0) {
