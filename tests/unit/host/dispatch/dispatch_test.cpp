@@ -18,11 +18,8 @@ Json::Value Parsed(const std::string& text) {
 }
 
 TEST(EnvelopeTest, WhatTheModuleLeftBecomesTheAnswer) {
-  Json::Value payload(Json::objectValue);
-  payload["ftp_max_conn"] = 3;
-  Json::Value details(Json::objectValue);
-  details["name"] = "tcp_port";
-  details["reason"] = "condition";
+  const Json::Value payload = Parsed(R"({"ftp_max_conn":3})");
+  const Json::Value details = Parsed(R"({"name":"tcp_port","reason":"condition"})");
   struct Row {
     const char* label;
     void (*fill)(QRIX::APIResponse&, const Json::Value&, const Json::Value&);

@@ -81,17 +81,10 @@ TEST(VlibcProcTest, SignalsOnlyThroughPidFilesOthersCouldNotTurn) {
 // A pid file that is no plain file, or names no live process, is refused too (sig 0: a wrong
 // success here would signal nothing).
 TEST(VlibcProcTest, RefusesPidFilesThatNameNoLiveProcess) {
-  const pid_t dead = fork();
-  if (dead == 0) {
-    _exit(0);
-  }
-  waitpid(dead, nullptr, 0);
-  const pid_t zombie = fork();
-  if (zombie == 0) {
-    _exit(0);
-  }
-  siginfo_t exited{};
-  ASSERT_EQ(waitid(P_PID, zombie, &exited, WEXITED | WNOWAIT), 0);  // exited, not yet reaped
+  const pid_t dead = qrix::test::LockHolder([] { return true; }).Pid();  // killed and reaped
+  const qrix::test::LockHolder zombie([] { return true; });
+  kill(zombie.Pid(), SIGKILL);
+  ASSERT_EQ(FirstSignalOf(zombie.Pid()), SIGKILL);  // exited, not yet reaped
   struct Case {
     const char* name;
     std::string content;  // "-" for no file, "link" or "dir" for one to this process
@@ -107,7 +100,7 @@ TEST(VlibcProcTest, RefusesPidFilesThatNameNoLiveProcess) {
       {"init", "1", ERR_PIDFILE},
       {"huge", "99999999999", ERR_PIDFILE},
       {"dead process", std::to_string(dead), ERR_NO_SUCH_PROCESS},
-      {"zombie", std::to_string(zombie), ERR_NO_SUCH_PROCESS},
+      {"zombie", std::to_string(zombie.Pid()), ERR_NO_SUCH_PROCESS},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -123,7 +116,6 @@ TEST(VlibcProcTest, RefusesPidFilesThatNameNoLiveProcess) {
     EXPECT_EQ(VLIBCProcSignalByPidFile(kPidFile, 0), -1);
     EXPECT_EQ(VLIBCErrGet(), c.error);
   }
-  waitpid(zombie, nullptr, 0);
 }
 
 TEST(ProcessRunnerTest, PassesArgv0AndArgumentsUntouched) {
