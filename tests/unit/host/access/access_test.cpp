@@ -174,13 +174,13 @@ TEST(PolicyTest, RefusesFilesOnlyRootShouldWriteButOthersCould) {
       {"writable by everyone", 0, 0, 0646, "is not a file only root may write"},
       {"writable by another group", 0, 100, 0664, "is not a file only root may write"},
   };
+  std::set<std::string> open;
+  std::string error;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.label);
     qrix::test::WriteText(path, R"({"open_to_every_user": ["A.One"]})");
     ASSERT_EQ(::chown(path.c_str(), row.owner, row.group), 0);
     ASSERT_EQ(::chmod(path.c_str(), row.mode), 0);
-    std::set<std::string> open;
-    std::string error;
     EXPECT_EQ(ReadPolicy(module, &open, &error), row.reason == nullptr) << error;
     if (row.reason != nullptr) {
       EXPECT_NE(error.find(row.reason), std::string::npos) << error;
@@ -188,8 +188,6 @@ TEST(PolicyTest, RefusesFilesOnlyRootShouldWriteButOthersCould) {
   }
   qrix::test::Remove(path);
   ASSERT_EQ(::mkdir(path.c_str(), 0755), 0);  // even root cannot read it as a file
-  std::set<std::string> open;
-  std::string error;
   EXPECT_FALSE(ReadPolicy(module, &open, &error));
   qrix::test::Remove(path);
   ASSERT_EQ(::symlink("/tmp/policy_test/elsewhere.json", path.c_str()), 0);

@@ -35,13 +35,6 @@ int FirstSignalOf(pid_t pid) {
   return info.si_code == CLD_KILLED ? info.si_status : -1;
 }
 
-void WritePidFile(pid_t pid, uid_t owner, mode_t mode) {
-  qrix::test::Remove(kPidFile);
-  qrix::test::WriteText(kPidFile, "  " + std::to_string(pid) + "\n");
-  ASSERT_EQ(chown(kPidFile, owner, owner), 0);
-  ASSERT_EQ(chmod(kPidFile, mode), 0);
-}
-
 // Only a pid file root or the package wrote, naming a process of its writer, aims the signal.
 // One that another account could have written or planted, or that names a process other than
 // its writer's, must never aim root's signal.
@@ -69,7 +62,10 @@ TEST(VlibcProcTest, SignalsOnlyThroughPidFilesOthersCouldNotTurn) {
         [uid = c.process] { return uid == 0 || setresuid(uid, uid, uid) == 0; });
     ASSERT_TRUE(process.Holding());
     const pid_t pid = process.Pid();
-    WritePidFile(pid, c.owner, c.mode);
+    qrix::test::Remove(kPidFile);
+    qrix::test::WriteText(kPidFile, "  " + std::to_string(pid) + "\n");
+    ASSERT_EQ(chown(kPidFile, c.owner, c.owner), 0);
+    ASSERT_EQ(chmod(kPidFile, c.mode), 0);
     EXPECT_EQ(VLIBCProcSignalByPidFile(kPidFile, SIGHUP), c.signalled ? 0 : -1);
     EXPECT_EQ(log.Contains(std::string("refusing pid file ") + kPidFile), !c.signalled);
     // A refused SIGHUP never arrived: the first signal the process sees is this one.

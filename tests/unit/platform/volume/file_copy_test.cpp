@@ -59,14 +59,6 @@ void Make(const std::string& root, const Entry& e) {
   }
 }
 
-// Times last, deepest first: making an entry changes its directory's times.
-void SetTimes(const std::string& root, const Entry& e) {
-  const time_t shift = static_cast<time_t>(e.owner);
-  const timespec times[2] = {{1000000000 + shift, 5}, {1200000000 + shift, 7}};
-  const std::string p = root + "/" + e.path;
-  ASSERT_EQ(utimensat(AT_FDCWD, p.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
-}
-
 TEST(FileCopyTest, KeepsModesOwnersTimesAndLinks) {
   fs::remove_all("/volume1/src");
   fs::remove_all("/volume2/copy");
@@ -74,8 +66,12 @@ TEST(FileCopyTest, KeepsModesOwnersTimesAndLinks) {
   for (const Entry& e : kTree) {
     Make("/volume1/src", e);
   }
+  // Times last, deepest first: making an entry changes its directory's times.
   for (auto e = std::rbegin(kTree); e != std::rend(kTree); ++e) {
-    SetTimes("/volume1/src", *e);
+    const time_t shift = static_cast<time_t>(e->owner);
+    const timespec times[2] = {{1000000000 + shift, 5}, {1200000000 + shift, 7}};
+    const std::string p = std::string("/volume1/src/") + e->path;
+    ASSERT_EQ(utimensat(AT_FDCWD, p.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
   }
   ASSERT_EQ(QRIXFileCopyDirectory("/volume1/src", "/volume2/copy", &kKeepAll), 0);
   struct stat root {};
