@@ -2,6 +2,7 @@
 // to the first newline, then the file's text. Any text is rewritten without fault and stays
 // within its bounds; a text of ordinary lines keeps every line but "TempDir=" and "Address=",
 // which become the volume's temporary directory and an empty address.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -33,13 +34,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(out.size() <= in.size() + 64 * (in.size() / 8 + 1));
 
   const std::string temp_dir = "TempDir=" + volume + "/@download/aMuleTmp";
-  bool ordinary = temp_dir.size() < 63 && in.find('\0') == std::string_view::npos &&
-                  (in.empty() || in.back() == '\n');
   const std::vector<std::string_view> before = Lines(in);
-  for (const std::string_view line : before) {
-    ordinary = ordinary && line.size() < 1000;
-  }
-  if (!ordinary) {
+  // Only a text of ordinary lines keeps them all.
+  if (temp_dir.size() >= 63 || in.find('\0') != std::string_view::npos ||
+      (!in.empty() && in.back() != '\n') ||
+      std::any_of(before.begin(), before.end(), [](auto line) { return line.size() >= 1000; })) {
     return 0;
   }
   const std::vector<std::string_view> after = Lines(out);

@@ -15,11 +15,8 @@ namespace {
 
 qrix::ini::Entry TakeEntry(std::string_view* in) {
   const std::string_view line = TakeLine(in);
-  const size_t eq = line.find('=');
-  if (eq == std::string_view::npos) {
-    return {std::string(line), {}};
-  }
-  return {std::string(line.substr(0, eq)), std::string(line.substr(eq + 1))};
+  const size_t eq = std::min(line.find('='), line.size());  // no "=": a key without a value
+  return {std::string(line.substr(0, eq)), std::string(line.substr(std::min(eq + 1, line.size())))};
 }
 
 bool SameEntries(const std::vector<qrix::ini::Entry>& a, const std::vector<qrix::ini::Entry>& b) {

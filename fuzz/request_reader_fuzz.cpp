@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <cstddef>
@@ -26,12 +27,9 @@ const qrix::host::HttpLimits kLimits{1024, 4096, std::chrono::seconds(5), std::c
 // Stays under a socket pair's buffer, so the whole input is written before the reader runs.
 constexpr size_t kMaxInput = 64 * 1024;
 
-size_t Count(const HttpRequest& request, std::string_view name) {
-  size_t n = 0;
-  for (const auto& header : request.headers) {
-    n += header.first == name ? 1 : 0;
-  }
-  return n;
+auto Count(const HttpRequest& request, std::string_view name) {
+  return std::count_if(request.headers.begin(), request.headers.end(),
+                       [name](const auto& header) { return header.first == name; });
 }
 
 }  // namespace

@@ -34,40 +34,29 @@ void Remove(const std::string& path) {
 
 ParsedKv ParseKvStrict(const std::string& text) {
   ParsedKv parsed;
-  const auto bad = [&parsed](std::string line) {
-    parsed.ok = false;
-    parsed.bad_line = std::move(line);
-    return parsed;
-  };
   std::istringstream in(text);
-  std::string line;
-  while (std::getline(in, line)) {
-    if (line.empty()) {
-      continue;
-    }
+  for (std::string line; parsed.ok && std::getline(in, line);) {
     const size_t eq = line.find('=');
-    if (eq == std::string::npos || eq == 0 || line.size() < eq + 3 || line[eq + 1] != '"' ||
-        line.back() != '"') {
-      return bad(line);
-    }
+    parsed.ok = line.empty() || (eq != std::string::npos && eq > 0 && line.size() >= eq + 3 &&
+                                 line[eq + 1] == '"' && line.back() == '"');
+    std::string value;
     // Inside the quotes sh ends the text at a bare quote and expands a bare $ or backquote; a
     // backslash before one of these or before a backslash stands for that byte.
-    const std::string_view quoted = std::string_view(line).substr(eq + 2, line.size() - eq - 3);
-    std::string value;
-    for (size_t i = 0; i < quoted.size(); ++i) {
-      const char c = quoted[i];
-      if (c == '"' || c == '$' || c == '`' || (c == '\\' && i + 1 == quoted.size())) {
-        return bad(line);
-      }
-      if (c == '\\' && std::string_view("\"$`\\").find(quoted[i + 1]) != std::string_view::npos) {
-        ++i;
-      }
-      value.push_back(quoted[i]);
+    for (size_t i = eq + 2; parsed.ok && !line.empty() && i + 1 < line.size(); ++i) {
+      const char c = line[i];
+      parsed.ok = c != '"' && c != '$' && c != '`' && (c != '\\' || i + 2 < line.size());
+      i += c == '\\' && std::string_view("\"$`\\").find(line[i + 1]) != std::string_view::npos;
+      value.push_back(line[i]);
     }
-    parsed.values.emplace(line.substr(0, eq), std::move(value));
+    if (!parsed.ok) {
+      parsed.bad_line = line;
+    } else if (!line.empty()) {
+      parsed.values.emplace(line.substr(0, eq), std::move(value));
+    }
   }
-  if (!text.empty() && text.back() != '\n') {
-    return bad("(no newline at the end)");
+  if (parsed.ok && !text.empty() && text.back() != '\n') {
+    parsed.ok = false;
+    parsed.bad_line = "(no newline at the end)";
   }
   return parsed;
 }

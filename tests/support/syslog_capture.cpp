@@ -6,9 +6,9 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <cstring>
+#include <algorithm>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 
 namespace qrix::test {
@@ -21,9 +21,7 @@ SyslogCapture& SyslogCapture::Get() {
 
 SyslogCapture::SyslogCapture() {
   fd_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  std::strcpy(addr.sun_path, "/dev/log");
+  sockaddr_un addr{AF_UNIX, "/dev/log"};
   ::unlink(addr.sun_path);
   if (fd_ < 0 || ::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
     throw std::runtime_error("cannot bind /dev/log: run the test inside scripts/sandbox");
@@ -45,25 +43,12 @@ SyslogCapture::SyslogCapture() {
 
 void SyslogCapture::Drain() {
   char buf[8192];
-  for (;;) {
-    const ssize_t n = ::recv(fd_, buf, sizeof buf - 1, 0);
-    if (n <= 0) {
-      return;
-    }
-    buf[n] = '\0';
-    // "<PRI>Mmm dd hh:mm:ss tag[pid]: message"
-    LogLine line{0, buf};
-    if (buf[0] == '<') {
-      line.priority = std::atoi(buf + 1);
-    }
-    const char* colon = std::strstr(buf, "]: ");
-    if (colon == nullptr) {
-      colon = std::strstr(buf, ": ");
-    }
-    if (colon != nullptr) {
-      line.message = colon + (colon[0] == ']' ? 3 : 2);
-    }
-    lines_.push_back(std::move(line));
+  for (ssize_t n; (n = ::recv(fd_, buf, sizeof buf, 0)) > 0;) {
+    // "<PRI>Mmm dd hh:mm:ss tag[pid]: message", or "tag: message" without the pid.
+    const std::string_view line(buf, static_cast<size_t>(n));
+    const size_t pid_end = line.find("]: ");
+    const size_t tag_end = pid_end != std::string_view::npos ? pid_end + 1 : line.find(": ");
+    lines_.emplace_back(tag_end == std::string_view::npos ? line : line.substr(tag_end + 2));
   }
 }
 
@@ -73,22 +58,12 @@ void SyslogCapture::Clear() {
   lines_.clear();
 }
 
-std::vector<LogLine> SyslogCapture::Lines() {
-  const std::lock_guard<std::mutex> guard(mutex_);
-  Drain();
-  return lines_;
-}
-
 int SyslogCapture::Count(const std::string& text) {
   const std::lock_guard<std::mutex> guard(mutex_);
   Drain();
-  int n = 0;
-  for (const LogLine& line : lines_) {
-    if (line.message.find(text) != std::string::npos) {
-      ++n;
-    }
-  }
-  return n;
+  return static_cast<int>(std::count_if(lines_.begin(), lines_.end(), [&text](const auto& line) {
+    return line.find(text) != std::string::npos;
+  }));
 }
 
 }  // namespace qrix::test

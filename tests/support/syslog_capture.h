@@ -10,11 +10,6 @@
 
 namespace qrix::test {
 
-struct LogLine {
-  int priority;         // facility | severity, as sent
-  std::string message;  // the text after the tag
-};
-
 class SyslogCapture {
  public:
   // Binds /dev/log (the sandbox gives each test a private /dev). One per process.
@@ -22,9 +17,7 @@ class SyslogCapture {
 
   // Forgets every line received so far.
   void Clear();
-  // Every line received since the last Clear().
-  std::vector<LogLine> Lines();
-  // True when some line's message contains `text`.
+  // True when some line's message (the text after the tag) contains `text`.
   bool Contains(const std::string& text) { return Count(text) > 0; }
   // How many lines contain `text`.
   int Count(const std::string& text);
@@ -34,7 +27,7 @@ class SyslogCapture {
   void Drain();  // with mutex_ held
   int fd_ = -1;
   std::mutex mutex_;
-  std::vector<LogLine> lines_;
+  std::vector<std::string> lines_;  // their messages
 };
 
 }  // namespace qrix::test

@@ -1,5 +1,5 @@
 // Service port files: what a registration writes, what it refuses, concurrent writers, and the
-// conflict test across every service's file.
+// conflict test across every service's file; and the INI text they are written in.
 #include "platform/system/qrix_service_port.h"
 
 #include <gtest/gtest.h>
@@ -84,22 +84,19 @@ TEST_F(ServicePortTest, BadArgumentsAreRefusedAndWriteNothing) {
 }
 
 TEST_F(ServicePortTest, ConcurrentWritersLoseNothing) {
-  constexpr int kWriters = 6;
-  constexpr int kEach = 15;
-  EXPECT_TRUE(qrix::test::InChildren(kWriters, [](int w) {
+  EXPECT_TRUE(qrix::test::InChildren(6, [](int w) {
     bool ok = true;
-    for (int i = 0; i < kEach; ++i) {
-      const QRIXSERVICEPORT r = Record(QRIX_PORT_TCP, 1000 * (w + 1) + i);
-      const std::string section = "s" + std::to_string(w) + "_" + std::to_string(i);
+    for (int port = 1000 * (w + 1); port < 1000 * (w + 1) + 15; ++port) {
+      const QRIXSERVICEPORT r = Record(QRIX_PORT_TCP, port);
+      const std::string section = "s" + std::to_string(port);
       ok = QRIXServiceConfSectionPortSet(2, "shared", section.c_str(), &r) == 0 && ok;
     }
     return ok;
   }));
   const auto sections = qrix::ini::ParseSections(ReadText(kDir + "/shared.conf"));
-  EXPECT_EQ(sections.size(), static_cast<size_t>(kWriters * kEach));
-  for (const auto& s : sections) {  // "s<w>_<i>" holds port 1000 * (w + 1) + i
-    EXPECT_EQ(std::stoi(*s.Find("port")), 1000 * (std::stoi(s.name.substr(1)) + 1) +
-                                              std::stoi(s.name.substr(s.name.find('_') + 1)));
+  EXPECT_EQ(sections.size(), 6u * 15);
+  for (const auto& s : sections) {  // "s<port>" holds that port
+    EXPECT_EQ("s" + *s.Find("port"), s.name);
   }
 }
 
@@ -135,6 +132,76 @@ TEST_F(ServicePortTest, ConflictsAreFoundAcrossServicesButNotInTheAskersOwn) {
   }
   fs::remove_all(kDir);
   EXPECT_EQ(WebUtils::IsPortConflict("bt", 1, 65535), 0);
+}
+
+// Sections rendered compactly: "name{k=v,k=v}" one after the other.
+std::string Render(const std::vector<qrix::ini::Section>& sections) {
+  std::string out;
+  for (const auto& s : sections) {
+    out += s.name + "{";
+    for (size_t i = 0; i < s.entries.size(); ++i) {
+      out += (i ? "," : "") + s.entries[i].key + "=" + s.entries[i].value;
+    }
+    out += "}";
+  }
+  return out;
+}
+
+TEST(IniTextTest, ParseSections) {
+  struct Case {
+    const char* text;
+    const char* want;
+  } const cases[] = {
+      {"", ""},
+      {"[a]\nk=\"v\"\n", "a{k=v}"},
+      {"top=\"1\"\n[a]\nk=\"v\"", "{top=1}a{k=v}"},
+      {"# c\n\n; c\n[ a ]\n  k = \"v w\" \n", "a{k=v w}"},
+      {"[a]\r\nk=\"v\"\r\n[b]\r\n", "a{k=v}b{}"},
+      {"[a]\nk=\"1\"\n[b]\nk=\"2\"\n[a]\nk=\"3\"\nj=\"4\"\n", "a{k=1,k=3,j=4}b{k=2}"},
+      {"[a]\nk=\"say \"hi\"\"\nplain=x\nbroken\n[b\n", "a{k=say \"hi\",plain=x}"},
+      {"top=\"1\"\n[a]\n[]\nk=\"\\$\"\n", "{top=1,k=$}a{}"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Render(qrix::ini::ParseSections(c.text)), c.want) << c.text;
+  }
+  const auto sections = qrix::ini::ParseSections("[a]\nk=\"1\"\n[a]\nk=\"2\"\n");
+  ASSERT_NE(qrix::ini::FindSection(sections, "a"), nullptr);
+  EXPECT_EQ(*qrix::ini::FindSection(sections, "a")->Find("k"), "1");
+  EXPECT_EQ(qrix::ini::FindSection(sections, "b"), nullptr);
+}
+
+TEST(IniTextTest, ReplaceSection) {
+  const std::vector<qrix::ini::Entry> kv = {{"k", "new"}};
+  struct Case {
+    const char* text;
+    const char* name;
+    const char* want;
+  } const cases[] = {
+      {"[b]\nx=\"1\"", "a", "[b]\nx=\"1\"\n\n[a]\nk=\"new\"\n"},
+      {"[b]\nx=\"1\"\n\n", "a", "[b]\nx=\"1\"\n\n[a]\nk=\"new\"\n"},
+      {"# head\n[a]\nk=\"old\"\ngone=\"1\"\n# gone too\n[b]\nx=\"1\"\n", "a",
+       "# head\n[a]\nk=\"new\"\n\n[b]\nx=\"1\"\n"},
+      {"[a]\nk=\"1\"\n[b]\nx=\"1\"\n[a]\nk=\"2\"\n", "a", "[a]\nk=\"new\"\n\n[b]\nx=\"1\"\n"},
+      {"[ab]\nk=\"1\"\n", "a", "[ab]\nk=\"1\"\n\n[a]\nk=\"new\"\n"},
+  };
+  for (const Case& c : cases) {
+    std::string text = c.text;
+    ASSERT_TRUE(qrix::ini::ReplaceSection(&text, c.name, kv)) << c.text;
+    EXPECT_EQ(text, c.want) << c.text;
+  }
+  const struct {
+    const char* name;
+    qrix::ini::Entry entry;
+  } refused[] = {
+      {"", {"k", "v"}},       {"a]", {"k", "v"}},  {"a\nb", {"k", "v"}},
+      {" a", {"k", "v"}},     {"a", {"k\n", "v"}}, {"a", {"", "v"}},
+      {"a", {"k", "v\nx=1"}}, {"a", {"k", "v\r"}}, {"a", {"k", std::string("v\0", 2)}},
+  };
+  for (const auto& r : refused) {
+    std::string text = "[a]\nk=\"old\"\n";
+    EXPECT_FALSE(qrix::ini::ReplaceSection(&text, r.name, {r.entry})) << r.name;
+    EXPECT_EQ(text, "[a]\nk=\"old\"\n");
+  }
 }
 
 }  // namespace

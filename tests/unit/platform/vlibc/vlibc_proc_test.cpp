@@ -1,19 +1,24 @@
-// Signalling by pid file: only a pid file that root or the package wrote, naming a live process
-// of its writer, gets the signal.
-#include <errno.h>
+// Processes: signalling by pid file (only a pid file that root or the package wrote, naming a
+// live process of its writer, gets the signal) and the runner as the package's scripts are
+// driven (its own argv[0], arguments passed untouched, output captured; a detached start that
+// leaves no child behind).
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include "platform/vlibc/process.h"
+#include "platform/vlibc/process_runner.h"
 #include "platform/vlibc/vlibc_error.h"
 #include "platform/vlibc/vlibc_proc.h"
 #include "tests/support/files.h"
+#include "tests/support/lock_holder.h"
 #include "tests/support/syslog_capture.h"
 
 namespace {
@@ -22,50 +27,12 @@ constexpr const char* kPidFile = "/tmp/proc_test.pid";
 constexpr uid_t kNobody = 65534;
 constexpr uid_t kPackage = 990;  // the sandbox's Haulport account
 
-// A child running as `uid` that exits with 40 + the number of the first signal it receives.
-pid_t SignalCatcher(uid_t uid = 0) {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, SIGHUP);
-  sigaddset(&set, SIGUSR2);
-  sigprocmask(SIG_BLOCK, &set, nullptr);
-  int running_as[2];
-  if (pipe(running_as) != 0) {
-    return -1;
-  }
-  const pid_t pid = fork();
-  if (pid == 0) {
-    if (uid != 0 && setresuid(uid, uid, uid) != 0) {
-      _exit(1);
-    }
-    // Set after the id change, which clears it: a failed assertion must not leave it behind.
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    close(running_as[1]);
-    int sig = 0;
-    sigwait(&set, &sig);
-    _exit(40 + sig);
-  }
-  sigprocmask(SIG_UNBLOCK, &set, nullptr);
-  // Returns once the child runs as `uid` (or has died): before that it is root's process.
-  close(running_as[1]);
-  char none = 0;
-  while (read(running_as[0], &none, 1) < 0 && errno == EINTR) {
-  }
-  close(running_as[0]);
-  return pid;
-}
-
+// The signal that ended `pid` (left for its holder to reap), or -1: a refused SIGHUP never
+// arrived, so the first signal is the one that ends it.
 int FirstSignalOf(pid_t pid) {
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) - 40 : -1;
-}
-
-void WritePidFile(pid_t pid, uid_t owner, mode_t mode) {
-  qrix::test::Remove(kPidFile);
-  qrix::test::WriteText(kPidFile, "  " + std::to_string(pid) + "\n");
-  ASSERT_EQ(chown(kPidFile, owner, owner), 0);
-  ASSERT_EQ(chmod(kPidFile, mode), 0);
+  siginfo_t info{};
+  waitid(P_PID, pid, &info, WEXITED | WNOWAIT);
+  return info.si_code == CLD_KILLED ? info.si_status : -1;
 }
 
 // Only a pid file root or the package wrote, naming a process of its writer, aims the signal.
@@ -90,8 +57,15 @@ TEST(VlibcProcTest, SignalsOnlyThroughPidFilesOthersCouldNotTurn) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     log.Clear();
-    const pid_t pid = SignalCatcher(c.process);
-    WritePidFile(pid, c.owner, c.mode);
+    // Another process, killed and reaped at the end of the row.
+    const qrix::test::LockHolder process(
+        [uid = c.process] { return uid == 0 || setresuid(uid, uid, uid) == 0; });
+    ASSERT_TRUE(process.Holding());
+    const pid_t pid = process.Pid();
+    qrix::test::Remove(kPidFile);
+    qrix::test::WriteText(kPidFile, "  " + std::to_string(pid) + "\n");
+    ASSERT_EQ(chown(kPidFile, c.owner, c.owner), 0);
+    ASSERT_EQ(chmod(kPidFile, c.mode), 0);
     EXPECT_EQ(VLIBCProcSignalByPidFile(kPidFile, SIGHUP), c.signalled ? 0 : -1);
     EXPECT_EQ(log.Contains(std::string("refusing pid file ") + kPidFile), !c.signalled);
     // A refused SIGHUP never arrived: the first signal the process sees is this one.
@@ -103,17 +77,10 @@ TEST(VlibcProcTest, SignalsOnlyThroughPidFilesOthersCouldNotTurn) {
 // A pid file that is no plain file, or names no live process, is refused too (sig 0: a wrong
 // success here would signal nothing).
 TEST(VlibcProcTest, RefusesPidFilesThatNameNoLiveProcess) {
-  const pid_t dead = fork();
-  if (dead == 0) {
-    _exit(0);
-  }
-  waitpid(dead, nullptr, 0);
-  const pid_t zombie = fork();
-  if (zombie == 0) {
-    _exit(0);
-  }
-  siginfo_t exited{};
-  ASSERT_EQ(waitid(P_PID, zombie, &exited, WEXITED | WNOWAIT), 0);  // exited, not yet reaped
+  const pid_t dead = qrix::test::LockHolder([] { return true; }).Pid();  // killed and reaped
+  const qrix::test::LockHolder zombie([] { return true; });
+  kill(zombie.Pid(), SIGKILL);
+  ASSERT_EQ(FirstSignalOf(zombie.Pid()), SIGKILL);  // exited, not yet reaped
   struct Case {
     const char* name;
     std::string content;  // "-" for no file, "link" or "dir" for one to this process
@@ -129,7 +96,7 @@ TEST(VlibcProcTest, RefusesPidFilesThatNameNoLiveProcess) {
       {"init", "1", ERR_PIDFILE},
       {"huge", "99999999999", ERR_PIDFILE},
       {"dead process", std::to_string(dead), ERR_NO_SUCH_PROCESS},
-      {"zombie", std::to_string(zombie), ERR_NO_SUCH_PROCESS},
+      {"zombie", std::to_string(zombie.Pid()), ERR_NO_SUCH_PROCESS},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -145,7 +112,43 @@ TEST(VlibcProcTest, RefusesPidFilesThatNameNoLiveProcess) {
     EXPECT_EQ(VLIBCProcSignalByPidFile(kPidFile, 0), -1);
     EXPECT_EQ(VLIBCErrGet(), c.error);
   }
-  waitpid(zombie, nullptr, 0);
+}
+
+TEST(ProcessRunnerTest, PassesArgv0AndArgumentsUntouched) {
+  QRIXUtils::ProcessRunner runner("/bin/sh", "named-shell");
+  runner.addArguments("-c", R"(printf '%s|' "$0" "$@")", "x");
+  runner.addArguments("a b", "$HOME", "'\"", "two\nlines", "", "-", "7", "8", "9");
+  EXPECT_EQ(runner.run(true, true), 0);
+  EXPECT_EQ(runner.getCapturedOutput(), "x|a b|$HOME|'\"|two\nlines||-|7|8|9|");
+
+  QRIXUtils::ProcessRunner failing("/bin/sh", "sh");
+  failing.addArguments("-c", "echo partial; exit 3");
+  EXPECT_EQ(failing.run(true, false), 3);
+  EXPECT_EQ(failing.getCapturedOutput(), "");
+  QRIXUtils::ProcessRunner missing("/nonexistent", "x");
+  EXPECT_EQ(missing.run(true, true), -1);
+  EXPECT_EQ(missing.run(false, false), -1);
+  EXPECT_EQ(QRIXUtils::ProcessRunner("relative/path", "x").run(true, false), -1);
+  QRIXUtils::ProcessRunner killed("/bin/sh", "sh");
+  killed.addArguments("-c", "kill -9 $$");
+  EXPECT_EQ(killed.run(true, false), -1);
+}
+
+TEST(ProcessRunnerTest, ADetachedProgramRunsOnWithoutAChildToReap) {
+  const std::string done = "/tmp/runner_detached.done";
+  qrix::test::Remove(done);
+  QRIXUtils::ProcessRunner runner("/bin/sh", "sh");
+  runner.addArguments("-c", "sleep 0.2; echo $PPID > " + done);
+  ASSERT_EQ(runner.run(false, false), 0);
+  // Nothing of ours is left to wait for: the program's parent is already gone.
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+  for (int i = 0; i < 300 && qrix::test::ReadText(done).empty(); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  const std::string parent = qrix::test::ReadText(done);
+  ASSERT_FALSE(parent.empty());
+  EXPECT_NE(std::stoi(parent), getpid());
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
-// Copying a download tree between volumes: what each kind of entry keeps, and a full target
-// volume that is reported as such and gets its space back.
+// Volumes: copying a download tree between them (what each kind of entry keeps, and a full
+// target volume that is reported as such and gets its space back), and reading the mount table
+// (which mounts are volumes, escaped paths, read-only mounts, which volume holds a path).
 #include "platform/volume/file_copy.h"
+#include "platform/volume/mount_table.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,6 +13,8 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "platform/vlibc/vlibc_error.h"
 #include "tests/support/files.h"
@@ -55,14 +59,6 @@ void Make(const std::string& root, const Entry& e) {
   }
 }
 
-// Times last, deepest first: making an entry changes its directory's times.
-void SetTimes(const std::string& root, const Entry& e) {
-  const time_t shift = static_cast<time_t>(e.owner);
-  const timespec times[2] = {{1000000000 + shift, 5}, {1200000000 + shift, 7}};
-  const std::string p = root + "/" + e.path;
-  ASSERT_EQ(utimensat(AT_FDCWD, p.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
-}
-
 TEST(FileCopyTest, KeepsModesOwnersTimesAndLinks) {
   fs::remove_all("/volume1/src");
   fs::remove_all("/volume2/copy");
@@ -70,8 +66,12 @@ TEST(FileCopyTest, KeepsModesOwnersTimesAndLinks) {
   for (const Entry& e : kTree) {
     Make("/volume1/src", e);
   }
+  // Times last, deepest first: making an entry changes its directory's times.
   for (auto e = std::rbegin(kTree); e != std::rend(kTree); ++e) {
-    SetTimes("/volume1/src", *e);
+    const time_t shift = static_cast<time_t>(e->owner);
+    const timespec times[2] = {{1000000000 + shift, 5}, {1200000000 + shift, 7}};
+    const std::string p = std::string("/volume1/src/") + e->path;
+    ASSERT_EQ(utimensat(AT_FDCWD, p.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
   }
   ASSERT_EQ(QRIXFileCopyDirectory("/volume1/src", "/volume2/copy", &kKeepAll), 0);
   struct stat root {};
@@ -112,6 +112,53 @@ TEST(FileCopyTest, AFullVolumeIsReportedAndCleanedUp) {
   EXPECT_EQ(VLIBCErrGet(), ERR_FILE_READ);
   EXPECT_EQ(QRIXFileCopyDirectory("/volume1/big", "", &kKeepAll), -1);
   EXPECT_EQ(VLIBCErrGet(), ERR_BAD_PARAMETERS);
+}
+
+using qrix::volume::Kind;
+
+TEST(MountTableTest, ParsesMountInfoLines) {
+  const auto mounts = qrix::volume::ParseMountInfo(
+      "36 35 98:0 /a /volume1 rw,noatime master:1 - ext4 /dev/md2 rw,errors=continue\n"
+      "37 35 98:0 /b /volumeUSB2/usb\\040share ro,relatime - vfat /dev/sdq1 rw\n"
+      "38 35 0:4 / /volume3 rw shared:2 shared:3 - ext4 /dev/md3 ro,errors=remount-ro\n"
+      "garbage line\n");
+  std::vector<std::tuple<std::string, std::string, std::string, bool, bool>> got;
+  for (const auto& m : mounts) {
+    got.emplace_back(m.mount_point, m.fs_type, m.source, m.read_only, m.super_read_only);
+  }
+  EXPECT_EQ(got, (decltype(got){{"/volume1", "ext4", "/dev/md2", false, false},
+                                {"/volumeUSB2/usb share", "vfat", "/dev/sdq1", true, false},
+                                {"/volume3", "ext4", "/dev/md3", false, true}}));
+}
+
+TEST(MountTableTest, TellsVolumesFromOtherMounts) {
+  struct Case {
+    const char* mount_point;
+    Kind kind;
+    int number;
+  } const cases[] = {
+      {"/volume1", Kind::kInternal, 1},
+      {"/volume12", Kind::kInternal, 12},
+      {"/volumeUSB3/usbshare3-1", Kind::kUsb, 3},
+      {"/volumeSATA1/sata1", Kind::kSata, 1},
+      {"/volume", Kind::kNone, 0},
+      {"/volume01", Kind::kNone, 0},
+      {"/volume1/share", Kind::kNone, 0},
+      {"/volumeUSB3", Kind::kNone, 0},
+      {"/volumeUSB3/a/b", Kind::kNone, 0},
+      {"/volumeX1", Kind::kNone, 0},
+  };
+  for (const Case& c : cases) {
+    int number = 0;
+    EXPECT_EQ(qrix::volume::VolumeKind(c.mount_point, &number), c.kind) << c.mount_point;
+    EXPECT_EQ(number, c.number) << c.mount_point;
+  }
+  const std::vector<qrix::volume::Mount> volumes = {{"/volume1"}, {"/volume10"}};
+  qrix::volume::Mount found;
+  EXPECT_TRUE(qrix::volume::VolumeOf(volumes, "/volume10/@download", &found));
+  EXPECT_EQ(found.mount_point, "/volume10");
+  EXPECT_TRUE(qrix::volume::VolumeOf(volumes, "/volume1", &found));
+  EXPECT_FALSE(qrix::volume::VolumeOf(volumes, "/volume100/x", &found));
 }
 
 }  // namespace

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <tuple>
+
 #include "platform/webapi/api_response.h"
 #include "platform/webapi/api_validator.h"
 
@@ -54,29 +57,15 @@ TEST(APIRequestTest, TypedGetters) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const APIRequest request("api", 1, "set", Parse(c.params));
-    bool set = false;
-    bool invalid = false;
-    Json::Value value;
-    const auto take = [&](const auto& p) {
-      set = p.IsSet(), invalid = p.IsInvalid(), value = p.Get();
+    const auto take = [](const auto& p) {
+      return std::make_tuple(p.IsSet(), p.IsInvalid(), Json::Value(p.Get()));
     };
-    switch (c.type) {
-      case Type::kString:
-        take(request.GetAndCheckString("p", c.necessity));
-        break;
-      case Type::kInt:
-        take(request.GetAndCheckInt("p", c.necessity));
-        break;
-      case Type::kBool:
-        take(request.GetAndCheckBool("p", c.necessity));
-        break;
-      case Type::kArray:
-        take(request.GetAndCheckUnitArray("p", c.necessity));
-        break;
-    }
-    EXPECT_EQ(set, c.set);
-    EXPECT_EQ(invalid, c.invalid);
-    EXPECT_EQ(value, Parse(c.value));
+    const std::string n = "p";
+    const auto got = c.type == Type::kString ? take(request.GetAndCheckString(n, c.necessity))
+                     : c.type == Type::kInt  ? take(request.GetAndCheckInt(n, c.necessity))
+                     : c.type == Type::kBool ? take(request.GetAndCheckBool(n, c.necessity))
+                                             : take(request.GetAndCheckUnitArray(n, c.necessity));
+    EXPECT_EQ(got, std::make_tuple(c.set, c.invalid, Parse(c.value)));
   }
 }
 

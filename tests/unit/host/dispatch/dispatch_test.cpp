@@ -1,11 +1,60 @@
+// Decoding a request into a call, and the answer's envelope.
+#include "host/dispatch/envelope.h"
 #include "host/dispatch/request.h"
 
 #include <gtest/gtest.h>
 
 #include <tuple>
 
+#include "host/common/json_text.h"
+
 namespace qrix::host {
 namespace {
+
+Json::Value Parsed(const std::string& text) {
+  Json::Value out;
+  EXPECT_TRUE(ParseStrictJson(text, &out)) << text;
+  return out;
+}
+
+TEST(EnvelopeTest, WhatTheModuleLeftBecomesTheAnswer) {
+  const Json::Value payload = Parsed(R"({"ftp_max_conn":3})");
+  const Json::Value details = Parsed(R"({"name":"tcp_port","reason":"condition"})");
+  struct Row {
+    const char* label;
+    void (*fill)(QRIX::APIResponse&, const Json::Value&, const Json::Value&);
+    const char* expected;
+  };
+  const Row rows[] = {
+      {"success with data", [](auto& r, const auto& p, const auto&) { r.SetSuccess(p); },
+       R"({"success":true,"data":{"ftp_max_conn":3}})"},
+      {"success without data", [](auto& r, const auto&, const auto&) { r.SetSuccess(); },
+       R"({"success":true})"},
+      {"parameter error", [](auto& r, const auto&, const auto& d) { r.SetError(120, d); },
+       R"({"success":false,"error":{"code":120},"errors":{"name":"tcp_port","reason":"condition"}})"},
+      {"plain error", [](auto& r, const auto&, const auto&) { r.SetError(506); },
+       R"({"success":false,"error":{"code":506}})"},
+      {"error after success",
+       [](auto& r, const auto& p, const auto&) {
+         r.SetSuccess(p);
+         r.SetError(505);
+       },
+       R"({"success":false,"error":{"code":505}})"},
+      {"nothing", [](auto&, const auto&, const auto&) {},
+       R"({"success":false,"error":{"code":100}})"},
+  };
+  for (const Row& row : rows) {
+    QRIX::APIResponse response;
+    row.fill(response, payload, details);
+    EXPECT_EQ(Parsed(ModuleResponseBody(response)), Parsed(row.expected)) << row.label;
+  }
+}
+
+TEST(EnvelopeTest, TextIsCompactAndKeepsUtf8) {
+  Json::Value data(Json::objectValue);
+  data["name"] = "\xc3\xa9t\xc3\xa9";
+  EXPECT_EQ(SuccessBody(data), "{\"data\":{\"name\":\"\xc3\xa9t\xc3\xa9\"},\"success\":true}");
+}
 
 HttpRequest Http(std::string target, std::string content_type, std::string body) {
   HttpRequest r;
@@ -61,11 +110,11 @@ TEST(RequestTest, TextParametersKeepWhatWasSent) {
   const ApiCall call = DecodeRequest(Http("", "application/x-www-form-urlencoded",
                                           "a=123456&b=%22quoted%22&c=true&d=plain&e=1e3"))
                            .call;
-  const std::vector<std::optional<std::string>> texts = {call.Text("a"), call.Text("b"),
-                                                         call.Text("c"), call.Text("d"),
-                                                         call.Text("e"), call.Text("missing")};
-  EXPECT_EQ(texts, (std::vector<std::optional<std::string>>{"123456", "quoted", "true", "plain",
-                                                            "1e3", std::nullopt}));
+  std::string texts;  // "-" for none
+  for (const char* name : {"a", "b", "c", "d", "e", "missing"}) {
+    texts += call.Text(name).value_or("-") + "|";
+  }
+  EXPECT_EQ(texts, "123456|quoted|true|plain|1e3|-|");
   const ApiCall json =
       DecodeRequest(Http("", "application/json", R"({"params":{"a":"x","n":5}})")).call;
   EXPECT_EQ(json.Text("a"), "x");
@@ -125,7 +174,6 @@ TEST(RequestTest, BelievesForwardingOnlyFromLoopbackBehindAProxy) {
                  (row.forwarded_for ? row.forwarded_for : "-"));
     HttpRequest http = Http("", "", "");
     http.peer = row.peer;
-    http.headers.clear();
     if (row.proto != nullptr) {
       http.headers.emplace_back("x-forwarded-proto", row.proto);
     }
@@ -135,9 +183,8 @@ TEST(RequestTest, BelievesForwardingOnlyFromLoopbackBehindAProxy) {
     const Request request = DecodeRequest(http, row.behind_proxy);
     ASSERT_EQ(request.bad_forwarding, row.scheme == nullptr);
     if (row.scheme != nullptr) {
-      EXPECT_EQ(request.scheme, row.scheme);
-      EXPECT_EQ(request.peer, row.client);
-      EXPECT_EQ(request.proxied, row.proxied);
+      EXPECT_EQ(std::tie(request.scheme, request.peer, request.proxied),
+                std::make_tuple(row.scheme, row.client, row.proxied));
     }
   }
 }
