@@ -1,5 +1,6 @@
 // The volume move over HTTP, as the page does it: "set" answers at once, "read_progress" polls
-// (each request served by another worker process) until the move is reported, once.
+// (each request served by another worker process) until the move is reported, once. What the
+// move rewrites and which scripts it stops and starts are the handler's unit test.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,28 +27,20 @@ void Install(const char* fixture, const std::string& path) {
 TEST_F(HostTest, MovesTheTemporaryDirectoryToAnotherVolume) {
   Install("S25download.sh", "/var/packages/Haulport/target/scripts/S25download.sh");
   Install("xunleipluginmgr.php", "/var/packages/Haulport/target/xunleiplugin/xunleipluginmgr.php");
-  Remove("/tmp/S25download.calls");
   WriteText("/run/postgresql/pgsql.pid", std::to_string(getpid()) + "\n");
   WriteText("/var/packages/Haulport/etc/amule/amule.conf", "TempDir=x\nAddress=1.2.3.4\n");
-  struct File {
-    const char* path;
-    mode_t mode;
-    uid_t owner;
-  } const files[] = {{"a.part", 0640, 990}, {"dir/b.part", 0600, 2001}, {"dir/c", 0755, 0}};
+  // One file keeps its owner and mode through a move made in a worker's process (how each kind
+  // of file is copied is the copier's unit test).
   fs::remove_all("/volume1/@download");
   fs::remove_all("/volume2/@download");
-  for (const File& f : files) {
-    const std::string p = std::string("/volume1/@download/") + f.path;
-    WriteText(p, f.path);
-    ASSERT_EQ(chown(p.c_str(), f.owner, f.owner), 0);
-    ASSERT_EQ(chmod(p.c_str(), f.mode), 0);
-  }
+  WriteText("/volume1/@download/dir/a.part", "half a download");
+  ASSERT_EQ(chown("/volume1/@download/dir/a.part", 990, 990), 0);
+  ASSERT_EQ(chmod("/volume1/@download/dir/a.part", 0640), 0);
   Remove("/var/services/download");
   fs::create_symlink("/volume1/@download", "/var/services/download");
 
   Start();
   ApiClient& alice = *alice_;
-  EXPECT_EQ(alice.Call(kGlobal, "get")["data"]["download_volume"], "/volume1");
   EXPECT_EQ(alice.Call(kGlobal, "set", {{"download_volume", "\"/volume2\""}}),
             ParseJson(R"({"success": true, "data": {"running": 1, "progress": "START"}})"));
   Json::Value progress;
@@ -64,22 +57,12 @@ TEST_F(HostTest, MovesTheTemporaryDirectoryToAnotherVolume) {
             ParseJson(R"({"success": true, "data": {"running": -1}})"));
 
   EXPECT_EQ(fs::read_symlink("/var/services/download"), "/volume2/@download");
-  for (const File& f : files) {
-    SCOPED_TRACE(f.path);
-    const std::string p = std::string("/volume2/@download/") + f.path;
-    struct stat st {};
-    ASSERT_EQ(stat(p.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 07777, f.mode);
-    EXPECT_EQ(st.st_uid, f.owner);
-    EXPECT_EQ(ReadText(p), f.path);
-  }
-  EXPECT_EQ(ReadText("/var/packages/Haulport/etc/amule/amule.conf"),
-            "TempDir=/volume2/@download/aMuleTmp\nAddress=\n");
-  EXPECT_EQ(ReadText("/tmp/S25download.calls"), "stop\nstart\n");
+  struct stat st {};
+  ASSERT_EQ(stat("/volume2/@download/dir/a.part", &st), 0);
+  EXPECT_EQ(std::to_string(st.st_mode & 07777) + " " + std::to_string(st.st_uid),
+            std::to_string(0640) + " 990");
+  EXPECT_EQ(ReadText("/volume2/@download/dir/a.part"), "half a download");
   EXPECT_EQ(alice.Call(kGlobal, "get")["data"]["download_volume"], "/volume2");
-  // A volume this system does not have is refused before anything happens.
-  EXPECT_EQ(alice.Call(kGlobal, "set", {{"download_volume", "\"/volume2/../etc\""}}),
-            ErrorEnvelope(120, ParseJson(R"({"name": "download_volume", "reason": "condition"})")));
 }
 
 }  // namespace

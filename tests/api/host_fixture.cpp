@@ -3,11 +3,11 @@
 #include <crypt.h>
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,35 +37,22 @@ namespace {
 
 constexpr int kStartMs = 10'000;
 
-std::string ShadowHash(const char* password) {
-  char setting[CRYPT_GENSALT_OUTPUT_SIZE];
-  if (crypt_gensalt_rn("$6$", 0, nullptr, 0, setting, sizeof setting) == nullptr) {
-    throw std::runtime_error("crypt_gensalt_rn failed");
-  }
-  crypt_data data{};
-  const char* hash = crypt_r(password, setting, &data);
-  if (hash == nullptr || hash[0] == '*') {
-    throw std::runtime_error("crypt_r failed");
-  }
-  return hash;
-}
-
-void AddToGroup(const char* group, const std::string& user) {
-  EditLines("/etc/group", [&](const std::string& line) {
-    return line.rfind(std::string(group) + ":", 0) == 0
-               ? line + (line.back() == ':' ? "" : ",") + user
-               : line;
-  });
-}
-
 // The account files are bind mounts: they are appended to and rewritten in place, never
 // replaced.
 void AddTestAccount(const TestAccount& account) {
   AddAccount(account.name, account.uid);
+  crypt_data data{};
+  const char* hash = crypt_r(account.password, "$6$qrixtest$", &data);
+  if (hash == nullptr || hash[0] == '*') {
+    throw std::runtime_error("crypt_r failed");
+  }
   std::ofstream("/etc/shadow", std::ios::app)
-      << account.name << ":" << ShadowHash(account.password) << ":19000:0:99999:7:::\n";
+      << account.name << ":" << hash << ":19000:0:99999:7:::\n";
   if (account.admin) {
-    AddToGroup("administrators", account.name);
+    std::string group = ReadText("/etc/group");
+    const size_t end = group.find('\n', group.find("\nadministrators:") + 1);
+    group.insert(end, (group[end - 1] == ':' ? "" : ",") + std::string(account.name));
+    WriteText("/etc/group", group);
   }
 }
 
@@ -107,11 +94,9 @@ class AccountsEnvironment : public ::testing::Environment {
     ::testing::AddGlobalTestEnvironment(new AccountsEnvironment);
 
 int ReadPort(const std::string& output) {
-  const size_t at = output.find("listening on http://127.0.0.1:");
-  if (at == std::string::npos) {
-    return 0;
-  }
-  return std::atoi(output.c_str() + at + std::string_view("listening on http://127.0.0.1:").size());
+  constexpr std::string_view kListening = "listening on http://127.0.0.1:";
+  const size_t at = output.find(kListening);
+  return at == std::string::npos ? 0 : std::atoi(output.c_str() + at + kListening.size());
 }
 
 }  // namespace
@@ -280,19 +265,6 @@ Json::Value ErrorEnvelope(int code, const Json::Value& errors) {
   return out;
 }
 
-void EditLines(const char* path, const std::function<std::string(const std::string&)>& edit) {
-  std::istringstream in(ReadText(path));
-  std::string text;
-  std::string line;
-  while (std::getline(in, line)) {
-    if (const std::string edited = edit(line); !edited.empty()) {
-      text += edited + "\n";
-    }
-  }
-  std::ofstream out(path, std::ios::trunc);
-  out << text;
-}
-
 UniqueFd ConnectTo(int port) {
   UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
@@ -317,17 +289,11 @@ std::string RawExchange(int port, std::string_view bytes) {
     }
     bytes.remove_prefix(static_cast<size_t>(n));
   }
+  const timeval ten_seconds{10, 0};
+  ::setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &ten_seconds, sizeof ten_seconds);
   std::string reply;
   char buf[4096];
-  for (;;) {
-    pollfd p{fd.Get(), POLLIN, 0};
-    if (::poll(&p, 1, 10'000) <= 0) {
-      break;
-    }
-    const ssize_t n = ::recv(fd.Get(), buf, sizeof buf, 0);
-    if (n <= 0) {
-      break;
-    }
+  for (ssize_t n; (n = ::recv(fd.Get(), buf, sizeof buf, 0)) > 0;) {
     reply.append(buf, static_cast<size_t>(n));
   }
   return reply;

@@ -133,9 +133,6 @@ class HostTest : public ::testing::Test {
 Json::Value ParseJson(const std::string& text);
 // {"success":false,"error":{"code":N}} (plus "errors" when given).
 Json::Value ErrorEnvelope(int code, const Json::Value& errors = Json::Value());
-// Rewrites an account file in place (they are bind mounts): each line becomes `edit(line)`,
-// dropped when that is empty.
-void EditLines(const char* path, const std::function<std::string(const std::string&)>& edit);
 // A TCP connection to the server on loopback (invalid when refused).
 UniqueFd ConnectTo(int port);
 // Sends raw bytes to the server and returns everything it sends back until it closes.

@@ -24,9 +24,7 @@ ApiResult CallApi(const std::string& api, const std::string& method, const std::
   if (check->api == nullptr || entry->api == nullptr) {
     return result;
   }
-  result.found = true;
-  result.checked = check->check(&request, result.response.get());
-  if (result.checked) {
+  if (check->check(&request, result.response.get())) {
     entry->entry(&request, result.response.get());
   }
   return result;

@@ -14,8 +14,6 @@
 namespace qrix::test {
 
 struct ApiResult {
-  bool found = false;    // both tables list the method
-  bool checked = false;  // the check function accepted
   std::unique_ptr<QRIX::APIResponse> response = std::make_unique<QRIX::APIResponse>();
 
   bool Success() const { return response->GetState() == QRIX::APIResponse::State::kSuccess; }

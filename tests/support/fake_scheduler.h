@@ -26,7 +26,6 @@ class FakeScheduler {
   // Stops it (SIGTERM) and waits for it.
   ~FakeScheduler();
 
-  pid_t Pid() const { return pid_; }
   Counts Read() const;
   // Waits up to `ms` for counts equal to `want`; returns the last ones read.
   Counts WaitFor(const Counts& want, int ms = 3000) const;

@@ -19,7 +19,6 @@ class PgsqlServer {
   // come up (the reason is on stderr).
   bool Start();
   void Stop();
-  bool Running() const { return pid_ > 0; }
 
   // Runs `sql` with psql as the superuser in "download"; the rows as unaligned text, fields
   // separated by "|", one row a line.
