@@ -40,7 +40,7 @@ TEST(UpdateCheckRequestTest, AnAnswerPastItsLimitsFails) {
   server.Answer(200, std::string(65, 'x'));
   EXPECT_FALSE(qrixdl::SendUpdateCheckRequest(server.Address().c_str(), answer, "&q=1", limits));
   EXPECT_EQ(answer, "");
-  server.Silent();
+  server.Answer(0, "");
   EXPECT_FALSE(qrixdl::SendUpdateCheckRequest(server.Address().c_str(), answer, "&q=1", limits));
   EXPECT_EQ(server.Targets(), std::vector<std::string>(3, "/btsearchupdate/check?q=1"));
 }
