@@ -233,7 +233,6 @@ TEST_F(BtSearchHandlerTest, ListAnswersTheScriptsJson) {
       {"/* built in */ [{\"name\": \"tpb\"}] // end", 0, R"([{"name": "tpb"}])"},
       {"{\"a\": 1}", 0, R"({"a": 1})"},
       {"[1] trailing", 502, nullptr},
-      {"", 502, nullptr},
   };
   for (const auto& row : rows) {
     script_.Answer(0, {}, row.output);
