@@ -35,11 +35,6 @@ void UpdateServer::Answer(int status, const std::string& body) {
   body_ = body;
 }
 
-void UpdateServer::Silent() {
-  const std::lock_guard<std::mutex> guard(mutex_);
-  silent_ = true;
-}
-
 std::vector<std::string> UpdateServer::Targets() {
   const std::lock_guard<std::mutex> guard(mutex_);
   return targets_;
@@ -61,7 +56,7 @@ void UpdateServer::Serve() {
     const size_t start = request.find(' ') + 1;
     const std::lock_guard<std::mutex> guard(mutex_);
     targets_.push_back(request.substr(start, request.find(' ', start) - start));
-    if (silent_) {
+    if (status_ == 0) {
       held_.push_back(std::move(client));
       continue;
     }

@@ -22,9 +22,8 @@ class UpdateServer {
 
   // "127.0.0.1:PORT", as "btsearch_server" names it.
   std::string Address() const;
+  // Status 0: reads requests but never answers them, until the server is destroyed.
   void Answer(int status, const std::string& body);
-  // Reads requests but never answers them, until the server is destroyed.
-  void Silent();
   // The targets ("/path?query") of the requests so far.
   std::vector<std::string> Targets();
 
@@ -36,7 +35,6 @@ class UpdateServer {
   std::mutex mutex_;
   int status_ = 200;
   std::string body_ = "{}";
-  bool silent_ = false;
   std::vector<std::string> targets_;
   std::vector<UniqueFd> held_;  // connections left unanswered
   std::thread thread_;

@@ -1,6 +1,7 @@
-// The two tables name the same methods, and the check table's rules: presence, type, range
-// ends, word lists, volumes, which error of a request wins, and methods that take no
-// parameters. The typed getters' own rules are the platform's tests.
+// The two tables name the same methods, and the check table's rules, each kind once rather than
+// each method's row again: presence, type, range ends, word lists, volumes, which error of a
+// request wins, and methods that take no parameters. The typed getters' own rules are the
+// platform's tests.
 #include "module/setting.h"
 
 #include <gtest/gtest.h>
@@ -62,25 +63,15 @@ TEST(CheckTableTest, EachRuleOfEachMethod) {
       {"BT", "set", R"({"max_peer": 5, "tcp_port": 1, "dht_port": 65535})", "ok"},
       {"BT", "set", R"({"max_peer": 10000})", "ok"},
       {"BT", "set", R"({"max_peer": 10001})", "max_peer/condition"},
-      {"BT", "set", R"({"tcp_port": 0})", "tcp_port/condition"},
-      {"Emule", "set", R"({"max_conn": 100, "udp_port": 65535, "tcp_port": 1})", "ok"},
-      {"Rss", "set", R"({"update_interval": 0})", "update_interval/condition"},
-      {"Rss", "set", R"({"update_interval": 1441})", "update_interval/condition"},
-      {"FtpHttp", "set", R"({"ftp_max_conn": 65536})", "ftp_max_conn/condition"},
-      {"Nzb", "set", R"({"port": 0})", "port/condition"},
-      // Word lists: exact, in any order, never another case or empty.
+      // Word lists: exact, never another case.
       {"BT", "set", R"({"encrypt": "disable"})", "ok"},
       {"BT", "set", R"({"encrypt": "Auto"})", "encrypt/condition"},
-      {"BT", "set", R"({"encrypt": ""})", "encrypt/condition"},
-      {"Emule", "set", R"({"port_type": "manual_port"})", "ok"},
-      {"Emule", "set", R"({"port_type": "manual"})", "port_type/condition"},
       // A volume: exactly one of the sandbox's mount points.
       {"Global", "set", R"({"download_volume": "/volume2"})", "ok"},
       {"Global", "set", R"({"download_volume": "/volumeUSB1/usbshare1-1"})", "ok"},
       {"Global", "set", R"({"download_volume": ""})", "download_volume/condition"},
       {"Global", "set", R"({"download_volume": "/volume2/"})", "download_volume/condition"},
       {"Global", "set", R"({"download_volume": "../volume2"})", "download_volume/condition"},
-      {"Global", "set", R"({"download_volume": "/volume2\n"})", "download_volume/condition"},
       {"Global", "set", R"({"download_volume": "/volume9"})", "download_volume/condition"},
       {"Global", "set", R"({"download_volume": "/volumeUSB1"})", "download_volume/condition"},
       {"Global", "set", R"({"download_volume": "/volume1\u0000"})", "download_volume/type"},
@@ -98,26 +89,16 @@ TEST(CheckTableTest, EachRuleOfEachMethod) {
       {"BTSearch", "set", "{}", "plugin_name/required"},
       {"BTSearch", "set", R"({"plugin_name": "p", "username": "u"})", "password/required"},
       {"BTSearch", "set", R"({"plugin_name": "p", "username": "u", "password": ""})", "ok"},
-      {"BTSearch", "get", "{}", "plugin_name/required"},
-      {"BTSearch", "verify", R"({"plugin_name": "p"})", "username/required"},
-      {"BTSearch", "create", "{}", "btsearch_plugin/required"},
       {"BTSearch", "delete", R"({"plugin_names": []})", "ok"},
       // The first error in fetch order wins, and every type error outranks every range error.
       {"BT", "set", R"({"tcp_port": 0, "encrypt": 3})", "encrypt/type"},
       {"BT", "set", R"({"dht_port": 0, "max_peer": 4})", "max_peer/condition"},
       {"BT", "set", R"({"seeding_ratio": "x", "enable_preview": 1})", "enable_preview/type"},
-      {"BT", "set", R"({"max_peer": 10001, "encrypt": "AUTO"})", "encrypt/condition"},
       {"BT", "set", R"({"tcp_port": 80, "nonsense": [1]})", "ok"},
-      {"Emule", "set", R"({"max_conn": 99, "share_folders": [1]})", "share_folders/type"},
-      {"Emule", "set", R"({"share_folders": [1], "enable_schedule": 0})", "enable_schedule/type"},
-      {"Emule", "set", R"({"tcp_port": 0, "udp_port": 70000})", "udp_port/condition"},
       {"BTSearch", "set", R"({"username": 1})", "plugin_name/required"},
       {"BTSearch", "set", R"({"plugin_name": 1})", "plugin_name/type"},
-      {"Nzb", "set", R"({"port": 0, "conn_per_download": true})", "conn_per_download/type"},
       // Methods without parameters accept whatever is sent.
       {"Global", "read_progress", R"({"running": 0, "x": [1]})", "ok"},
-      {"BTSearch", "list", R"({"plugin_name": 5})", "ok"},
-      {"BTSearch", "update_check", R"({"tcp_port": 0})", "ok"},
       {"Emule.Location", "get", R"({"share_folders": [1]})", "ok"},
   };
   for (const auto& c : cases) {
