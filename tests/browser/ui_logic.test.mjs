@@ -45,7 +45,6 @@ describe('schedule text', () => {
     const at = (day, hour) => day * 24 + hour;
     const rows = [
       { name: 'one cell', from: at(0, 0), to: at(0, 0), cells: [at(0, 0)] },
-      { name: 'part of a day', from: at(1, 3), to: at(1, 5), cells: [at(1, 3), at(1, 4), at(1, 5)] },
       { name: 'down a column', from: at(0, 23), to: at(2, 23), cells: [at(0, 23), at(1, 23), at(2, 23)] },
       {
         name: 'corners given backwards', from: at(3, 2), to: at(2, 1),
@@ -113,7 +112,6 @@ describe('form values', () => {
     const rows = [
       { values: { port: 80, enable: false, word: 'auto' }, sent: {} },
       { values: { port: 81, enable: false, word: 'auto' }, sent: { port: 81 } },
-      { values: { port: 80, enable: true, word: 'auto' }, sent: { enable: true } },
       { values: { port: 80, enable: false, word: 'auto', password: 's3' }, sent: { password: 's3' } },
       { values: { port: 80, enable: false, word: 'auto', password: undefined }, sent: {} },
       { values: { port: 80, enable: false, word: 'auto', limit: 9 }, sent: {} },
@@ -183,8 +181,6 @@ describe('requests and answers', () => {
     const refused = (name, reason) => new ApiError(120, { name, reason });
     const rows = [
       { error: refused('tcp_port', 'condition'), text: 'Listening port (TCP) is outside the allowed values.' },
-      { error: refused('tcp_port', 'type'), text: 'Listening port (TCP) has the wrong type of value.' },
-      { error: refused('plugin_name', 'required'), text: 'plugin_name is required.' },
       { error: refused('x', 'odd'), text: 'x is not valid.' },
       { error: new ApiError(120), text: 'A value is not valid.' },
       { error: new ApiError(517), text: kErrorTexts[517] },
@@ -195,9 +191,8 @@ describe('requests and answers', () => {
       },
     ];
     for (const row of rows) assert.equal(describeError(row.error, labelOf), row.text);
-    assert.equal(needsLogin(new ApiError(106)), true);
-    assert.equal(needsLogin(new ApiError(107)), true);
-    assert.equal(needsLogin(new ApiError(105)), false);
+    assert.deepEqual([106, 107, 105].map((code) => needsLogin(new ApiError(code))),
+      [true, true, false]);
   });
 
   test('every code the module or the host can answer has its own text', async () => {
@@ -302,7 +297,6 @@ describe('plug-in updates', () => {
     const rows = [
       { answer: { plugins: [{ name: 'a', version: '1.1' }, { name: 'b', version: '2' }] }, want: [['a', '1.1']] },
       { answer: [{ name: 'b', version: '3' }, { name: 'gone', version: '9' }], want: [['b', '3']] },
-      { answer: { success: true }, want: [] },
       { answer: null, want: [] },
       { answer: { plugins: [{ name: 'a', version: 2 }, 'b', null] }, want: [] },
     ];
