@@ -7,8 +7,8 @@ export const kChromium = process.env.QRIX_CHROMIUM ?? '/usr/bin/chromium';
 export function launchBrowser() {
   return chromium.launch({
     executablePath: kChromium,
-    args: ['--no-sandbox', '--disable-gpu', '--disable-background-networking',
-      '--disable-component-update', '--disable-sync', '--no-first-run'],
+    // The driver already turns off the sandbox, background networking, updates and sync.
+    args: ['--disable-gpu'],
   });
 }
 

@@ -1,5 +1,5 @@
 // Starts the demo (scripts/demo) in a fresh state directory on a free loopback port, waits until
-// it serves the page, and stops it again. Gives the tests the URL, the logins and the files.
+// it says it is ready, and stops it again. Gives the tests the URL, the logins and the files.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { mkdtemp, readFile, rm } from 'node:fs/promises';
@@ -25,8 +25,6 @@ function freePort() {
     });
   });
 }
-
-const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
 
 export async function startDemo() {
   const state = await mkdtemp(path.join(os.tmpdir(), 'qrix-browser-'));
@@ -64,21 +62,16 @@ export async function startDemo() {
     },
   };
 
-  const deadline = Date.now() + kStartMs;
-  for (;;) {
-    if (exited) {
-      await rm(state, { recursive: true, force: true });
-      throw new Error(`the demo ended before serving ${url}:\n${output}`);
-    }
-    try {
-      const response = await fetch(url);
-      if (response.ok) break;
-    } catch { /* not listening yet */ }
-    if (Date.now() > deadline) {
-      await demo.stop();
-      throw new Error(`the demo did not serve ${url} within ${kStartMs} ms:\n${output}`);
-    }
-    await sleep(200);
+  // The script says it is ready once the host listens; it ends, or stays silent, when it fails.
+  let timer;
+  const ready = await new Promise((resolve) => {
+    timer = setTimeout(() => resolve(false), kStartMs);
+    child.stdout.on('data', () => output.includes('demo: ready at') && resolve(true));
+    done.then(() => resolve(false));
+  }).finally(() => clearTimeout(timer));
+  if (!ready) {
+    await demo.stop();
+    throw new Error(`the demo did not get ready at ${url} within ${kStartMs} ms:\n${output}`);
   }
   demo.logins = JSON.parse(await readFile(path.join(state, 'demo-logins.json'), 'utf8'));
   demo.admin = demo.logins.find((l) => l.admin);
