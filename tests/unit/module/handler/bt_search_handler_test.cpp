@@ -144,8 +144,6 @@ TEST_F(BtSearchHandlerTest, ExitStatusesAnswerTheirCodes) {
       {"create", R"({"btsearch_plugin": "/tmp/upload-1"})", 3, 1402, nullptr},
       {"create", R"({"btsearch_plugin": "/tmp/upload-1"})", 4, 516,
        "handler/bt_search_handler:263 Failed to run search command"},
-      {"delete", R"({"plugin_names": ["p"]})", 2, 1401, nullptr},
-      {"delete", R"({"plugin_names": ["p"]})", 3, 1402, nullptr},
       {"delete", R"({"plugin_names": ["p"]})", 4, 516,
        "handler/bt_search_handler:298 Failed to run search command"},
       {"update", R"({"plugin_names": ["p"]})", 4, 1403, nullptr},
