@@ -53,6 +53,7 @@ trap cleanup EXIT
 trap 'exit 130' INT TERM
 
 declare -A result
+spent_sets=0
 # measure SYSTEM PORT ARGS...: runs the four configurations against the running server.
 measure() {
   local system=$1 port=$2
@@ -85,6 +86,10 @@ run_ours() {
   measure ours-set "$port" "${session[@]}" \
     --body 'api=QRIX.Haulport2.Setting.FtpHttp&version=1&method=set&ftp_max_conn=7' \
     --expect '"success":true'
+  # A set whose callbacks the keeper could not take spends its worker: the master then forks on
+  # the sets' path. Every one of them is logged.
+  spent_sets=$(grep -c "cannot hand a request's callbacks" "$state/log/messages" || true)
+  echo "ours: sets that spent their worker: $spent_sets"
   stop_server
 }
 
@@ -238,6 +243,7 @@ for pair in ours:transmission ours:qbittorrent ours:nginx ours-set:qbittorrent-s
   done
 done
 if [[ -n ${result[ours-set,same,1]:-} ]]; then
+  echo "  sets that spent their worker (the keeper fell behind): $spent_sets"
   for mode in same cross; do
     printf '  set p50 - get p50, %-5s CPU, 1 client: %s us\n' "$mode" \
       "$(calc 'f"{a - b:.0f}"' "$(p50 ours-set "$mode" 1)" "$(p50 ours "$mode" 1)")"

@@ -12,7 +12,6 @@
 
 #include "host/common/host_log.h"
 #include "host/process/handoff.h"
-#include "host/process/priority.h"
 
 namespace qrix::host {
 namespace {
@@ -84,7 +83,6 @@ void RunCallbackKeeper(UniqueFd queue, int time_limit) {
   action.sa_handler = Ignore;  // not SIG_IGN, which the programs callbacks run would inherit
   ::sigaction(SIGTERM, &action, nullptr);
   ::sigaction(SIGINT, &action, nullptr);
-  LowerForHousekeeping();
   Callback callbacks[kMaxCallbacks];
   for (int running = 0;;) {
     while (running > 0 && ReapOne(running >= kMaxRunners, time_limit)) {

@@ -4,7 +4,8 @@
 // one end, after the answer went out. A keeper process, forked from the master after the modules
 // were loaded (so a callback's address means the same in it as in the worker), takes them from the
 // other end and forks one runner per request, which runs them in order and exits. The keeper runs
-// at the lowest priority: a fork can cost milliseconds of CPU, and it must not delay a request.
+// at the workers' priority: when it falls behind, the queue fills and every further request with
+// callbacks spends its worker, which costs the master a fork per request instead.
 #ifndef QRIX_HOST_PROCESS_CALLBACK_RUNNER_H_
 #define QRIX_HOST_PROCESS_CALLBACK_RUNNER_H_
 

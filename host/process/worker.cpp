@@ -17,7 +17,6 @@
 #include "host/http/response_writer.h"
 #include "host/process/callback_runner.h"
 #include "host/process/handoff.h"
-#include "host/process/priority.h"
 #include "host/process/watchdog.h"
 #include "platform/dlbase/handler_base.h"
 #include "platform/vlibc/lock_file.h"
@@ -82,6 +81,13 @@ struct Identity {
            std::to_string(gid[1]) + "/" + std::to_string(gid[2]);
   }
 };
+
+// A spent worker's client has its answer: what is left (the callbacks, the exit) yields to the
+// requests being served.
+void LowerForHousekeeping() {
+  constexpr int kHousekeepingNice = 19;
+  ::setpriority(PRIO_PROCESS, 0, kHousekeepingNice);
+}
 
 [[noreturn]] void Leave(WorkerStatus status) {
   if (g_channel_fd >= 0) {
