@@ -1,9 +1,12 @@
 #include "host/http/request_reader.h"
 
+#include <sys/socket.h>
+
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/http/read.hpp>
 #include <cctype>
+#include <cerrno>
 #include <iterator>
 
 namespace qrix::host {
@@ -73,17 +76,62 @@ std::size_t FieldCount(const http::request_parser<http::string_body>::value_type
   return static_cast<std::size_t>(std::distance(message.begin(), message.end()));
 }
 
+void LimitParser(http::request_parser<http::string_body>* parser, const HttpLimits& limits) {
+  parser->header_limit(static_cast<std::uint32_t>(limits.header_bytes));
+  parser->body_limit(limits.body_bytes);
+}
+
+HttpRequest ToRequest(http::request_parser<http::string_body>* parser, const std::string& peer) {
+  http::request<http::string_body> message = parser->release();
+  HttpRequest request;
+  request.method = std::string(message.method_string());
+  request.target = std::string(message.target());
+  request.headers.reserve(16);
+  for (const auto& field : message) {
+    request.headers.emplace_back(Lower(field.name_string()), std::string(field.value()));
+  }
+  request.body = std::move(message.body());
+  request.peer = peer;
+  return request;
+}
+
 }  // namespace
 
+std::optional<HttpRequest> ReadWholeAtOnce(int connection, const std::string& peer,
+                                           const HttpLimits& limits, beast::flat_buffer* buffer) {
+  // Room for the common request; a larger one goes on in a RequestReader.
+  constexpr std::size_t kFirstRead = 16 * 1024;
+  ssize_t n;
+  while ((n = ::recv(connection, buffer->prepare(kFirstRead).data(), kFirstRead, MSG_DONTWAIT)) <
+             0 &&
+         errno == EINTR) {
+  }
+  if (n <= 0) {
+    return std::nullopt;
+  }
+  buffer->commit(static_cast<std::size_t>(n));
+  http::request_parser<http::string_body> parser;
+  LimitParser(&parser, limits);
+  parser.eager(true);
+  beast::error_code ec;
+  parser.put(buffer->data(), ec);
+  // Anything short of a plain whole request (a refusal, a chunked body with its trailers) is
+  // left to the reader, which answers it.
+  if (ec || !parser.is_done() || parser.chunked() || !Unambiguous(parser.get())) {
+    return std::nullopt;
+  }
+  return ToRequest(&parser, peer);
+}
+
 RequestReader::RequestReader(asio::ip::tcp::socket socket, std::string peer,
-                             const HttpLimits& limits)
+                             const HttpLimits& limits, beast::flat_buffer read)
     : socket_(std::move(socket)),
       peer_(std::move(peer)),
       limits_(limits),
       linger_(socket_.get_executor()),
+      buffer_(std::move(read)),
       started_(std::chrono::steady_clock::now()) {
-  parser_.header_limit(static_cast<std::uint32_t>(limits_.header_bytes));
-  parser_.body_limit(limits_.body_bytes);
+  LimitParser(&parser_, limits_);
 }
 
 void RequestReader::Start(Done done) {
@@ -156,15 +204,7 @@ void RequestReader::Finish(ReadResult result) {
   finished_ = true;
   HttpRequest request;
   if (result == ReadResult::kOk) {
-    http::request<http::string_body> message = parser_.release();
-    request.method = std::string(message.method_string());
-    request.target = std::string(message.target());
-    request.headers.reserve(16);
-    for (const auto& field : message) {
-      request.headers.emplace_back(Lower(field.name_string()), std::string(field.value()));
-    }
-    request.body = std::move(message.body());
-    request.peer = peer_;
+    request = ToRequest(&parser_, peer_);
   }
   // The callback may drop the last reference the master held: keep this alive through it.
   auto self = shared_from_this();

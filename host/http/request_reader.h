@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "host/http/http_message.h"
@@ -35,11 +36,20 @@ enum class ReadResult {
   kClosed,     // the client went away before sending a whole request
 };
 
+// A request usually arrives whole with its connection. One non-blocking read of `connection`
+// into `buffer`: the request when that read holds all of it, complete and unambiguous, or null,
+// and then whatever was read stays in `buffer` for a RequestReader to go on from.
+std::optional<HttpRequest> ReadWholeAtOnce(int connection, const std::string& peer,
+                                           const HttpLimits& limits,
+                                           boost::beast::flat_buffer* buffer);
+
 class RequestReader : public std::enable_shared_from_this<RequestReader> {
  public:
   using Done = std::function<void(ReadResult, HttpRequest)>;
 
-  RequestReader(boost::asio::ip::tcp::socket socket, std::string peer, const HttpLimits& limits);
+  // `read` holds what was read from `socket` already (by ReadWholeAtOnce).
+  RequestReader(boost::asio::ip::tcp::socket socket, std::string peer, const HttpLimits& limits,
+                boost::beast::flat_buffer read = {});
   RequestReader(const RequestReader&) = delete;
   RequestReader& operator=(const RequestReader&) = delete;
 

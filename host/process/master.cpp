@@ -14,6 +14,7 @@
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -21,6 +22,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -38,6 +40,7 @@ namespace qrix::host {
 namespace {
 
 namespace asio = boost::asio;
+namespace beast = boost::beast;
 using asio::ip::tcp;
 using Clock = std::chrono::steady_clock;
 
@@ -98,7 +101,8 @@ class Master {
   };
 
   void Accept();
-  void OnAccepted(tcp::socket socket);
+  void AcceptWaiting();
+  void OnAccepted(UniqueFd connection, const std::string& address);
   void MakeRoomFor(const std::string& address);
   void OnRead(RequestReader* reader, ReadResult result, HttpRequest request);
   void Deliver(HttpRequest request, UniqueFd connection);
@@ -126,7 +130,7 @@ class Master {
   const WorkerMain& worker_main_;
   asio::io_context io_{1};
   tcp::acceptor acceptor_;
-  tcp::endpoint peer_;  // of the connection being accepted
+  tcp protocol_ = tcp::v4();
   asio::signal_set signals_;
   asio::steady_timer sweep_;
   UniqueFd listener_;
@@ -152,7 +156,8 @@ int Master::Run() {
   socklen_t length = sizeof bound;
   ::getsockname(listener_.Get(), reinterpret_cast<sockaddr*>(&bound), &length);
   boost::system::error_code ec;
-  acceptor_.assign(bound.ss_family == AF_INET6 ? tcp::v6() : tcp::v4(), listener_.Release(), ec);
+  protocol_ = bound.ss_family == AF_INET6 ? tcp::v6() : tcp::v4();
+  acceptor_.assign(protocol_, listener_.Release(), ec);
   if (ec) {
     LogFailure("cannot serve the listening socket of", kLogIdent, ec.message());
     return 1;
@@ -179,28 +184,59 @@ int Master::Run() {
   return 0;
 }
 
+// The listener is waited on, not accepted through: a connection accepted here stays outside the
+// event loop unless its request is still on the way.
 void Master::Accept() {
   accepting_ = true;
-  // The peer's address comes with the accept, not with a call of its own.
-  acceptor_.async_accept(peer_, [this](const boost::system::error_code& ec, tcp::socket socket) {
+  acceptor_.async_wait(tcp::acceptor::wait_read, [this](const boost::system::error_code& ec) {
     accepting_ = false;
     if (ec == asio::error::operation_aborted || stopping_) {
       return;
     }
-    if (ec) {
-      // Out of descriptors, say: the sweep tries again rather than spinning here.
-      LogFailure("cannot accept a connection in", kLogIdent, ec.message());
-      return;
-    }
-    OnAccepted(std::move(socket));
-    Accept();
+    AcceptWaiting();
   });
 }
 
-void Master::OnAccepted(tcp::socket socket) {
-  std::string address = peer_.address().to_string();
+// One connection per wake-up: waiting again re-checks the listener, so a queued connection
+// wakes the loop at once, and a lone one costs no failed accept.
+void Master::AcceptWaiting() {
+  for (;;) {
+    tcp::endpoint peer;  // the peer's address comes with the accept, not with a call of its own
+    socklen_t length = static_cast<socklen_t>(peer.capacity());
+    UniqueFd connection(
+        ::accept4(acceptor_.native_handle(), peer.data(), &length, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (connection.Valid()) {
+      peer.resize(std::min<std::size_t>(length, peer.capacity()));  // never more than it holds
+      OnAccepted(std::move(connection), peer.address().to_string());
+      return Accept();
+    }
+    if (errno == EINTR || errno == ECONNABORTED) {
+      continue;
+    }
+    if (errno == EAGAIN || errno == EWOULDBLOCK) {
+      return Accept();
+    }
+    // Out of descriptors, say: the sweep tries again rather than spinning here.
+    return LogFailure("cannot accept a connection in", kLogIdent, errno);
+  }
+}
+
+void Master::OnAccepted(UniqueFd connection, const std::string& address) {
+  beast::flat_buffer read;
+  if (std::optional<HttpRequest> whole =
+          ReadWholeAtOnce(connection.Get(), address, settings_.limits, &read)) {
+    return Deliver(std::move(*whole), std::move(connection));
+  }
   MakeRoomFor(address);
-  auto reader = std::make_shared<RequestReader>(std::move(socket), address, settings_.limits);
+  boost::system::error_code ec;
+  tcp::socket socket(io_);
+  socket.assign(protocol_, connection.Get(), ec);
+  if (ec) {
+    return LogFailure("cannot read a request in", kLogIdent, ec.message());
+  }
+  connection.Release();
+  auto reader = std::make_shared<RequestReader>(std::move(socket), address, settings_.limits,
+                                                std::move(read));
   reading_.push_back(reader);
   ++reading_per_address_[address];
   reader->Start([this, r = reader.get()](ReadResult result, HttpRequest request) {
