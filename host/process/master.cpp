@@ -44,7 +44,8 @@ namespace beast = boost::beast;
 using asio::ip::tcp;
 using Clock = std::chrono::steady_clock;
 
-// The worker answers 110 itself when its time is up; the master kills it only if it cannot.
+// When a request's time is up the master sends its worker SIGALRM, on which the worker answers
+// 110 and ends; the master kills it only if it has not ended this much later.
 constexpr auto kKillGrace = std::chrono::seconds(2);
 // After a worker died before it could serve, forking again at once would only spin.
 constexpr auto kRespawnPause = std::chrono::seconds(1);
@@ -92,6 +93,7 @@ class Master {
     std::unique_ptr<asio::posix::stream_descriptor> channel;
     char status[16] = {};
     Clock::time_point deadline = Clock::time_point::max();  // of the request handed over last
+    bool alarmed = false;                                   // told that its time is up
     bool killed = false;                                    // by the master, already logged
   };
   struct Waiting {
@@ -357,7 +359,8 @@ bool Master::HandOver(pid_t pid, const HttpRequest& request, int connection) {
     Retire(worker);
     return false;
   }
-  worker.deadline = Clock::now() + std::chrono::seconds(settings_.request_timeout) + kKillGrace;
+  worker.deadline = Clock::now() + std::chrono::seconds(settings_.request_timeout);
+  worker.alarmed = false;
   return true;
 }
 
@@ -578,8 +581,14 @@ void Master::Sweep() {
     reader->Abort();
   }
   for (auto& [pid, worker] : workers_) {
-    if (worker.state == State::kServing && !worker.killed && now >= worker.deadline &&
-        board_->IdleSince(worker.slot) == 0) {
+    if (worker.state != State::kServing || worker.killed || now < worker.deadline ||
+        board_->IdleSince(worker.slot) != 0) {
+      continue;
+    }
+    if (!worker.alarmed) {
+      ::kill(pid, SIGALRM);
+      worker.alarmed = true;
+    } else if (now >= worker.deadline + kKillGrace) {
       ::kill(pid, SIGKILL);
       worker.killed = true;
       LogFailure("request worker", std::to_string(pid),

@@ -17,6 +17,7 @@ namespace {
 
 volatile sig_atomic_t g_connection = -1;
 volatile sig_atomic_t g_started = 0;
+volatile sig_atomic_t g_limited = 0;  // a time limit applies: SIGALRM ends the worker
 // Prepared before anything can fail: a signal handler may only copy bytes out.
 char g_answer[512];
 size_t g_answer_size = 0;
@@ -52,6 +53,9 @@ void OnFatalSignal(int sig) {
 }
 
 void OnTimeLimit(int) {
+  if (g_limited == 0) {
+    return;  // the master's alarm came late: the request it was meant for is over
+  }
   AnswerInternalError();
   ::_exit(kExitTimeLimit);
 }
@@ -80,9 +84,15 @@ void InstallWatchdog() {
   ::sigaction(SIGALRM, &action, nullptr);
 }
 
-void ArmWatchdog(int connection, int seconds) {
+void ArmWatchdog(int connection) {
   g_started = 0;
   g_connection = connection;
+  g_limited = 1;
+}
+
+void LimitOwnTime(int seconds) {
+  g_connection = -1;
+  g_limited = 1;
   ::alarm(static_cast<unsigned>(seconds));
 }
 
@@ -91,7 +101,7 @@ void MarkResponseStarted() {
 }
 
 void DisarmWatchdog() {
-  ::alarm(0);
+  g_limited = 0;
   g_connection = -1;
 }
 

@@ -100,7 +100,7 @@ void LowerForHousekeeping() {
 void Serve(const WorkerSetup& setup, const HttpRequest& http, UniqueFd connection,
            Dispatcher& dispatcher) {
   g_connection_fd = connection.Get();
-  ArmWatchdog(connection.Get(), setup.request_timeout);
+  ArmWatchdog(connection.Get());
   QRIXDLErrSet(0);  // nothing recorded by an earlier request may reach this one
   const Request request = DecodeRequest(http, setup.behind_proxy);
   const HttpResponse response = Route(request, *setup.host_check, *setup.files, dispatcher);
@@ -183,6 +183,7 @@ void RunWorker(const WorkerSetup& setup, WorkerLines lines) {
       ::close(g_channel_fd);
       g_channel_fd = -1;
       LowerForHousekeeping();
+      LimitOwnTime(setup.request_timeout);  // the master no longer times this process
       dispatcher.RunCallbacks();
       ::_exit(0);
     }
