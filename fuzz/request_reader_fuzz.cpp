@@ -1,6 +1,8 @@
-// The master's request reader, fed as a client would feed it: the input is what arrives on the
-// connection, then the client stops sending. Whatever arrives, the reader finishes exactly once,
-// and a request it lets through is within the limits and unambiguous.
+// The master's request reading, fed as a client would feed it: the input is what arrives on the
+// connection, then the client stops sending. As in the master, one read tries to take the whole
+// request at once and the reader goes on from what it read. Whatever arrives, the reader
+// finishes exactly once, a request it lets through is within the limits and unambiguous, and a
+// request the first read took whole is the one the reader makes of the same bytes.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -10,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "fuzz/fuzz_check.h"
@@ -50,19 +53,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   ::shutdown(client.Get(), SHUT_WR);
 
+  boost::beast::flat_buffer read;
+  const std::optional<HttpRequest> whole =
+      qrix::host::ReadWholeAtOnce(fds[0], "127.0.0.1", kLimits, &read);
   asio::io_context io;
   asio::ip::tcp::socket socket(io);
   socket.assign(asio::ip::tcp::v4(), fds[0]);
-  auto reader =
-      std::make_shared<qrix::host::RequestReader>(std::move(socket), "127.0.0.1", kLimits);
+  auto reader = std::make_shared<qrix::host::RequestReader>(std::move(socket), "127.0.0.1", kLimits,
+                                                            std::move(read));
   int calls = 0;
-  reader->Start([&calls, reader](ReadResult result, HttpRequest request) {
+  reader->Start([&calls, &whole, reader](ReadResult result, HttpRequest request) {
     ++calls;
     if (result != ReadResult::kOk) {
+      FUZZ_CHECK(!whole);
       FUZZ_CHECK(request.method.empty() && request.headers.empty() && request.body.empty());
       reader->AnswerAndClose("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
       return;
     }
+    FUZZ_CHECK(!whole || (whole->method == request.method && whole->target == request.target &&
+                          whole->headers == request.headers && whole->body == request.body));
     FUZZ_CHECK(!request.method.empty());
     FUZZ_CHECK(request.body.size() <= kLimits.body_bytes);
     FUZZ_CHECK(Count(request, "host") <= 1 && Count(request, "origin") <= 1);
