@@ -101,11 +101,10 @@ std::optional<HttpRequest> ReadWholeAtOnce(int connection, const std::string& pe
                                            const HttpLimits& limits, beast::flat_buffer* buffer) {
   // Room for the common request; a larger one goes on in a RequestReader.
   constexpr std::size_t kFirstRead = 16 * 1024;
-  ssize_t n;
-  while ((n = ::recv(connection, buffer->prepare(kFirstRead).data(), kFirstRead, MSG_DONTWAIT)) <
-             0 &&
-         errno == EINTR) {
-  }
+  ssize_t n = 0;
+  do {
+    n = ::recv(connection, buffer->prepare(kFirstRead).data(), kFirstRead, MSG_DONTWAIT);
+  } while (n < 0 && errno == EINTR);
   if (n <= 0) {
     return std::nullopt;
   }
