@@ -4,6 +4,8 @@
 #include <pwd.h>
 #include <security/pam_appl.h>
 #include <shadow.h>
+#include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -214,25 +216,66 @@ bool AccountCache::Stamp::operator==(const Stamp& o) const {
          changed.tv_sec == o.changed.tv_sec && changed.tv_nsec == o.changed.tv_nsec;
 }
 
-std::optional<Account> AccountCache::Lookup(const std::string& user) {
-  // File times tick coarsely: a file changed within this many seconds could change again
-  // without its stamp showing it, so what is read from it then is not kept.
-  constexpr time_t kSettleSeconds = 2;
-  const time_t now = ::time(nullptr);
-  std::array<Stamp, kFiles.size()> stamps{};
-  bool settled = true;
-  for (size_t i = 0; i < kFiles.size(); ++i) {
-    struct stat st {};
-    if (::stat(kFiles[i], &st) == 0) {
-      stamps[i] = Stamp{st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
-      settled = settled && now - st.st_mtim.tv_sec >= kSettleSeconds &&
-                now - st.st_ctim.tv_sec >= kSettleSeconds;
+bool AccountCache::Unchanged() {
+  int pending = 0;
+  if (!watching_ || ::ioctl(inotify_.Get(), FIONREAD, &pending) != 0) {
+    return false;
+  }
+  if (pending == 0) {
+    return true;
+  }
+  alignas(inotify_event) char buffer[4096];
+  bool changed = false;
+  for (ssize_t n; (n = ::read(inotify_.Get(), buffer, sizeof buffer)) > 0;) {
+    for (ssize_t off = 0; off < n;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(buffer + off);
+      off += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+      // Of what happens in /etc, only what happens to these three names counts.
+      changed = changed || event->wd != etc_watch_ || event->len == 0 ||
+                std::any_of(kFiles.begin(), kFiles.end(), [event](const char* file) {
+                  return std::strcmp(event->name, file + std::strlen("/etc/")) == 0;
+                });
     }
   }
+  return !changed;
+}
+
+bool AccountCache::Watch() {
+  constexpr uint32_t kFileEvents = IN_MODIFY | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
+  constexpr uint32_t kDirEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR;
+  if (!can_watch_) {
+    return false;
+  }
+  if (!inotify_.Valid()) {
+    inotify_.Reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  }
+  etc_watch_ = inotify_.Valid() ? ::inotify_add_watch(inotify_.Get(), "/etc", kDirEvents) : -1;
+  can_watch_ = etc_watch_ >= 0 && std::all_of(kFiles.begin(), kFiles.end(), [this](const char* f) {
+                 return ::inotify_add_watch(inotify_.Get(), f, kFileEvents) >= 0;
+               });
+  if (!can_watch_) {
+    inotify_.Reset();  // out of watches, or a file missing: stamps from now on
+  }
+  return can_watch_;
+}
+
+std::optional<Account> AccountCache::Lookup(const std::string& user) {
+  const time_t now = ::time(nullptr);
   const long day = now / kSecondsPerDay;
-  if (!(stamps == stamps_) || day != day_) {
+  bool settled = true;
+  if (!Unchanged()) {
+    const bool reported = watching_;
+    // Watch first: a change after this point is reported even if it races the reads below.
+    watching_ = Watch();
+    if (watching_ || reported) {
+      accounts_.clear();
+    }
+    if (!watching_) {
+      settled = Restamp(now);
+    }
+  }
+  if (day != day_) {
     accounts_.clear();
-    stamps_ = stamps;
     day_ = day;
   }
   if (const auto known = accounts_.find(user); known != accounts_.end()) {
@@ -245,6 +288,27 @@ std::optional<Account> AccountCache::Lookup(const std::string& user) {
     accounts_.emplace(user, account);
   }
   return account;
+}
+
+bool AccountCache::Restamp(time_t now) {
+  // File times tick coarsely: a file changed within this many seconds could change again
+  // without its stamp showing it, so what is read from it then is not kept.
+  constexpr time_t kSettleSeconds = 2;
+  std::array<Stamp, kFiles.size()> stamps{};
+  bool settled = true;
+  for (size_t i = 0; i < kFiles.size(); ++i) {
+    struct stat st {};
+    if (::stat(kFiles[i], &st) == 0) {
+      stamps[i] = Stamp{st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
+      settled = settled && now - st.st_mtim.tv_sec >= kSettleSeconds &&
+                now - st.st_ctim.tv_sec >= kSettleSeconds;
+    }
+  }
+  if (!(stamps == stamps_)) {
+    accounts_.clear();
+    stamps_ = stamps;
+  }
+  return settled;
 }
 
 }  // namespace qrix::host

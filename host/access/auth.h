@@ -12,6 +12,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/vlibc/unique_fd.h"
+
 namespace qrix::host {
 
 inline constexpr const char* kPamService = "qrix-webapi";
@@ -40,12 +42,22 @@ std::optional<Account> LookupAccount(const std::string& user);
 
 // LookupAccount's answers, kept while /etc/passwd, /etc/shadow and /etc/group stay as they were
 // and the day is the same (expiry dates are days): every request re-checks its account, and
-// this makes that cost three stats instead of an NSS and shadow lookup.
+// this makes that cost one look at an inotify queue watching the files, or three stats where
+// inotify cannot watch them.
 class AccountCache {
  public:
   std::optional<Account> Lookup(const std::string& user);
 
  private:
+  // True when the watches are set and have reported nothing since the last look.
+  bool Unchanged();
+  // Watches the files (written in place, or bind-mounted, they are seen only by their inodes)
+  // and /etc (replaced by a rename). False when inotify cannot.
+  bool Watch();
+  // Without watches: compares the files' stamps with the last ones, dropping what was kept when
+  // they differ. False when a file changed too recently for its stamp to show a next change.
+  bool Restamp(time_t now);
+
   struct Stamp {
     dev_t device = 0;
     ino_t inode = 0;
@@ -57,6 +69,12 @@ class AccountCache {
   static constexpr std::array<const char*, 3> kFiles = {"/etc/passwd", "/etc/shadow", "/etc/group"};
 
   std::array<Stamp, kFiles.size()> stamps_{};
+  // Opened at the first lookup, so in the worker: a worker never shares its queue with the
+  // master or another worker.
+  UniqueFd inotify_;
+  int etc_watch_ = -1;
+  bool watching_ = false;
+  bool can_watch_ = true;
   long day_ = -1;
   std::map<std::string, std::optional<Account>> accounts_;
 };
