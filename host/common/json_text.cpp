@@ -1,6 +1,7 @@
 #include "host/common/json_text.h"
 
 #include <memory>
+#include <sstream>
 
 namespace qrix::host {
 namespace {
@@ -22,13 +23,19 @@ const Json::CharReaderBuilder& StrictBuilder() {
 }  // namespace
 
 std::string JsonText(const Json::Value& value) {
-  static const Json::StreamWriterBuilder builder = [] {
+  // Made once, as the reader below: making a writer looks up each of its settings, and a new
+  // stream sets up its locale; every response is written through them.
+  thread_local const std::unique_ptr<Json::StreamWriter> writer = [] {
     Json::StreamWriterBuilder b;
     b["indentation"] = "";
     b["emitUTF8"] = true;
-    return b;
+    return std::unique_ptr<Json::StreamWriter>(b.newStreamWriter());
   }();
-  return Json::writeString(builder, value);
+  thread_local std::ostringstream text;
+  text.str(std::string());
+  text.clear();
+  writer->write(value, &text);
+  return text.str();
 }
 
 bool ParseStrictJson(std::string_view text, Json::Value* out) {
