@@ -5,7 +5,6 @@
 #include <security/pam_appl.h>
 #include <shadow.h>
 #include <sys/inotify.h>
-#include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -217,27 +216,14 @@ bool AccountCache::Stamp::operator==(const Stamp& o) const {
 }
 
 bool AccountCache::Unchanged() {
-  int pending = 0;
-  if (!watching_ || ::ioctl(inotify_.Get(), FIONREAD, &pending) != 0) {
-    return false;
-  }
-  if (pending == 0) {
-    return true;
-  }
-  alignas(inotify_event) char buffer[4096];
   bool changed = false;
-  for (ssize_t n; (n = ::read(inotify_.Get(), buffer, sizeof buffer)) > 0;) {
-    for (ssize_t off = 0; off < n;) {
-      const auto* event = reinterpret_cast<const inotify_event*>(buffer + off);
-      off += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-      // Of what happens in /etc, only what happens to these three names counts.
-      changed = changed || event->wd != etc_watch_ || event->len == 0 ||
-                std::any_of(kFiles.begin(), kFiles.end(), [event](const char* file) {
-                  return std::strcmp(event->name, file + std::strlen("/etc/")) == 0;
-                });
-    }
-  }
-  return !changed;
+  const bool looked = watch_.Drain([this, &changed](int watch, std::string_view name) {
+    // Of what happens in /etc, only what happens to these three names counts.
+    changed = changed || watch != etc_watch_ || name.empty() ||
+              std::any_of(kFiles.begin(), kFiles.end(),
+                          [name](const char* file) { return name == file + std::strlen("/etc/"); });
+  });
+  return watching_ && looked && !changed;
 }
 
 bool AccountCache::Watch() {
@@ -246,15 +232,12 @@ bool AccountCache::Watch() {
   if (!can_watch_) {
     return false;
   }
-  if (!inotify_.Valid()) {
-    inotify_.Reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-  }
-  etc_watch_ = inotify_.Valid() ? ::inotify_add_watch(inotify_.Get(), "/etc", kDirEvents) : -1;
+  etc_watch_ = watch_.Add("/etc", kDirEvents);
   can_watch_ = etc_watch_ >= 0 && std::all_of(kFiles.begin(), kFiles.end(), [this](const char* f) {
-                 return ::inotify_add_watch(inotify_.Get(), f, kFileEvents) >= 0;
+                 return watch_.Add(f, kFileEvents) >= 0;
                });
   if (!can_watch_) {
-    inotify_.Reset();  // out of watches, or a file missing: stamps from now on
+    watch_.Close();  // out of watches, or a file missing: stamps from now on
   }
   return can_watch_;
 }

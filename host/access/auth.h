@@ -12,7 +12,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/vlibc/unique_fd.h"
+#include "host/access/file_watch.h"
 
 namespace qrix::host {
 
@@ -69,9 +69,7 @@ class AccountCache {
   static constexpr std::array<const char*, 3> kFiles = {"/etc/passwd", "/etc/shadow", "/etc/group"};
 
   std::array<Stamp, kFiles.size()> stamps_{};
-  // Opened at the first lookup, so in the worker: a worker never shares its queue with the
-  // master or another worker.
-  UniqueFd inotify_;
+  FileWatch watch_;
   int etc_watch_ = -1;
   bool watching_ = false;
   bool can_watch_ = true;
