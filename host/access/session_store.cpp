@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sodium.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -97,40 +98,77 @@ std::optional<Session> SessionStore::Find(std::string_view id) {
   }
   const std::string path = PathOf(id);
   const std::string key(id);
-  struct stat st {};
-  if (::lstat(path.c_str(), &st) != 0) {
-    if (errno != ENOENT) {
-      LogFailure("cannot stat session file", path, errno);
-    }
-    read_.erase(key);
-    return std::nullopt;
-  }
-  if (Expired(st.st_mtim.tv_sec, idle_seconds_)) {
-    ::unlink(path.c_str());
-    read_.erase(key);
-    return std::nullopt;
-  }
+  Untrust();
   auto it = read_.find(key);
-  if (it == read_.end() || it->second.dev != st.st_dev || it->second.ino != st.st_ino ||
-      it->second.changed.tv_sec != st.st_ctim.tv_sec ||
-      it->second.changed.tv_nsec != st.st_ctim.tv_nsec) {
-    std::optional<Read> read = ReadFile(id, path);
-    if (!read) {
+  if (it == read_.end() || !it->second.trusted) {
+    // Watch first: a change after this point is reported even if it races the stat below.
+    const bool watched = Watch();
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0) {
+      if (errno != ENOENT) {
+        LogFailure("cannot stat session file", path, errno);
+      }
       read_.erase(key);
       return std::nullopt;
     }
-    if (read_.size() >= kMaxCached) {
-      read_.clear();
+    if (Expired(st.st_mtim.tv_sec, idle_seconds_)) {
+      ::unlink(path.c_str());
+      read_.erase(key);
+      return std::nullopt;
     }
-    it = read_.insert_or_assign(key, std::move(*read)).first;
+    if (it == read_.end() || it->second.dev != st.st_dev || it->second.ino != st.st_ino ||
+        it->second.changed.tv_sec != st.st_ctim.tv_sec ||
+        it->second.changed.tv_nsec != st.st_ctim.tv_nsec) {
+      std::optional<Read> read = ReadFile(id, path);
+      if (!read) {
+        read_.erase(key);
+        return std::nullopt;
+      }
+      if (read_.size() >= kMaxCached) {
+        read_.clear();
+      }
+      it = read_.insert_or_assign(key, std::move(*read)).first;
+    }
+    it->second.last_used = st.st_mtim.tv_sec;
+    it->second.trusted = watched;
+  } else if (Expired(it->second.last_used, idle_seconds_)) {
+    ::unlink(path.c_str());  // unused since the last look: no event, so the same last use
+    read_.erase(it);
+    return std::nullopt;
   }
-  it->second.last_used = st.st_mtim.tv_sec;
   if (Expired(it->second.created, lifetime_seconds_)) {
     ::unlink(path.c_str());
     read_.erase(it);
     return std::nullopt;
   }
   return it->second.session;
+}
+
+bool SessionStore::Watch() {
+  constexpr uint32_t kEvents = IN_ATTRIB | IN_MODIFY | IN_CREATE | IN_DELETE | IN_MOVED_FROM |
+                               IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+  if (dir_watch_ < 0 && can_watch_) {
+    dir_watch_ = watch_.Add(dir_.c_str(), kEvents);
+    can_watch_ = dir_watch_ >= 0;  // out of watches: a stat per request from now on
+  }
+  return dir_watch_ >= 0;
+}
+
+void SessionStore::Untrust() {
+  bool all = false;
+  const bool looked = watch_.Drain([this, &all](int watch, std::string_view name) {
+    if (watch != dir_watch_ || name.empty()) {
+      all = true;  // the directory itself, or events lost
+    } else if (const auto it = read_.find(std::string(name)); it != read_.end()) {
+      it->second.trusted = false;
+    }
+  });
+  if (!looked || all) {
+    for (auto& [id, read] : read_) {
+      read.trusted = false;
+    }
+    dir_watch_ = -1;  // watched again at the next look
+  }
 }
 
 std::optional<SessionStore::Read> SessionStore::ReadFile(std::string_view id,

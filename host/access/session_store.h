@@ -2,9 +2,10 @@
 // holding the user, uid, CSRF token and creation time. The file's modification time is the
 // session's last use; marking it never creates the file, so a request running alongside a
 // logout cannot bring the removed session back. A session ends when unused for the idle time
-// and, however used, at the end of its lifetime. Each worker keeps the records it read, checked
-// against the file's status on every use: a file is written once and then only marked, and
-// marked at most once a second, so most requests cost one status call.
+// and, however used, at the end of its lifetime. Each worker keeps the records it read, trusted
+// while an inotify watch on the directory reports no change to their files (else checked
+// against the file's status on every use): a file is written once and then only marked, and
+// marked at most once a second, so most requests cost one look at the watch's queue.
 #ifndef QRIX_HOST_SESSION_STORE_H_
 #define QRIX_HOST_SESSION_STORE_H_
 
@@ -17,6 +18,7 @@
 #include <unordered_map>
 
 #include "host/access/auth.h"
+#include "host/access/file_watch.h"
 
 namespace qrix::host {
 
@@ -53,14 +55,24 @@ class SessionStore {
     time_t created;
     time_t last_used;
     Session session;
+    // True while the directory's watch has reported no change to the file since its last stat:
+    // then neither its record nor its last use can have changed.
+    bool trusted = false;
   };
   std::string PathOf(std::string_view id) const;
   std::optional<Read> ReadFile(std::string_view id, const std::string& path) const;
+  // True when the directory is watched (from now on).
+  bool Watch();
+  // Stops trusting the records of the files the watch reports changed.
+  void Untrust();
 
   std::string dir_;
   int idle_seconds_;
   int lifetime_seconds_;
   std::unordered_map<std::string, Read> read_;
+  FileWatch watch_;
+  int dir_watch_ = -1;
+  bool can_watch_ = true;
 };
 
 }  // namespace qrix::host

@@ -133,7 +133,7 @@ TEST_F(LoginTest, AnIdleSessionExpiresAndAUsedOneDoesNot) {
 
 // A session holds only while its account may log in: every request checks the account again
 // and takes its administrator flag as it is now. Each row changes erin's account files (or her
-// session's record) under an open session.
+// session's file) under an open session.
 TEST_F(LoginTest, EachRequestChecksTheAccountBehindTheSession) {
   HostServer server;
   const std::string files[] = {"/etc/passwd", "/etc/shadow", "/etc/group"};
@@ -173,6 +173,8 @@ TEST_F(LoginTest, EachRequestChecksTheAccountBehindTheSession) {
       {"password expired", edit("/etc/shadow", ":99999:", ":1:"), 106},
       {"account removed", edit("/etc/passwd", "erin:", "erin2:"), 106},
       {"account given to another uid", edit("/etc/passwd", ":2005:", ":2999:"), 106},
+      {"session ended by another worker",
+       [](const std::string& session_file) { ::unlink(session_file.c_str()); }, 106},
       {"session created in 1970", created(::time(nullptr)), 106},
       {"session past its 24 hours", created(24 * 3600 + 60), 106},
   };
