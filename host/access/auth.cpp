@@ -223,21 +223,21 @@ bool AccountCache::Unchanged() {
               std::any_of(kFiles.begin(), kFiles.end(),
                           [name](const char* file) { return name == file + std::strlen("/etc/"); });
   });
-  return watching_ && looked && !changed;
+  return etc_watch_ >= 0 && looked && !changed;
 }
 
 bool AccountCache::Watch() {
   constexpr uint32_t kFileEvents = IN_MODIFY | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
   constexpr uint32_t kDirEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR;
-  if (!can_watch_) {
-    return false;
+  if (can_watch_) {
+    etc_watch_ = watch_.Add("/etc", kDirEvents);
+    can_watch_ = etc_watch_ >= 0 &&
+                 std::all_of(kFiles.begin(), kFiles.end(),
+                             [this](const char* f) { return watch_.Add(f, kFileEvents) >= 0; });
   }
-  etc_watch_ = watch_.Add("/etc", kDirEvents);
-  can_watch_ = etc_watch_ >= 0 && std::all_of(kFiles.begin(), kFiles.end(), [this](const char* f) {
-                 return watch_.Add(f, kFileEvents) >= 0;
-               });
   if (!can_watch_) {
     watch_.Close();  // out of watches, or a file missing: stamps from now on
+    etc_watch_ = -1;
   }
   return can_watch_;
 }
@@ -247,13 +247,13 @@ std::optional<Account> AccountCache::Lookup(const std::string& user) {
   const long day = now / kSecondsPerDay;
   bool settled = true;
   if (!Unchanged()) {
-    const bool reported = watching_;
+    const bool reported = etc_watch_ >= 0;
     // Watch first: a change after this point is reported even if it races the reads below.
-    watching_ = Watch();
-    if (watching_ || reported) {
+    const bool watched = Watch();
+    if (watched || reported) {
       accounts_.clear();
     }
-    if (!watching_) {
+    if (!watched) {
       settled = Restamp(now);
     }
   }

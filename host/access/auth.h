@@ -70,8 +70,7 @@ class AccountCache {
 
   std::array<Stamp, kFiles.size()> stamps_{};
   FileWatch watch_;
-  int etc_watch_ = -1;
-  bool watching_ = false;
+  int etc_watch_ = -1;  // -1 while nothing is watched
   bool can_watch_ = true;
   long day_ = -1;
   std::map<std::string, std::optional<Account>> accounts_;
