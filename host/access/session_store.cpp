@@ -131,12 +131,10 @@ std::optional<Session> SessionStore::Find(std::string_view id) {
     }
     it->second.last_used = st.st_mtim.tv_sec;
     it->second.trusted = watched;
-  } else if (Expired(it->second.last_used, idle_seconds_)) {
-    ::unlink(path.c_str());  // unused since the last look: no event, so the same last use
-    read_.erase(it);
-    return std::nullopt;
   }
-  if (Expired(it->second.created, lifetime_seconds_)) {
+  // A trusted record's last use is its file's: a mark since would have been reported.
+  if (Expired(it->second.last_used, idle_seconds_) ||
+      Expired(it->second.created, lifetime_seconds_)) {
     ::unlink(path.c_str());
     read_.erase(it);
     return std::nullopt;
