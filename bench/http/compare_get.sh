@@ -3,8 +3,10 @@
 # (the demo's host), Transmission's session-get, qBittorrent's app/preferences, and nginx
 # serving a 600-byte static file (what a new connection per request costs at the least on this
 # machine). Then a one-key "set" on ours (written with fsync) and on qBittorrent (which persists
-# its preferences too). Each server runs alone on 127.0.0.1 with a private config directory,
-# pinned to CPU 0; the load generator (http_load) runs pinned to the same CPU, then to CPU 1.
+# its preferences too), and the part of ours no set can go below: the durable write of a
+# settings-sized file alone (durable_write, on the same file system and CPU). Each server runs
+# alone on 127.0.0.1 with a private config directory, pinned to CPU 0; the load generator
+# (http_load) runs pinned to the same CPU, then to CPU 1.
 # Idle CPUs wake slowly on this kind of machine, so pinning is what makes the figures measure
 # the servers.
 #
@@ -18,6 +20,7 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 build=${QRIX_BUILD_DIR:-$root/build/release}
 load=$build/bench/http/http_load
+durable=$build/bench/http/durable_write
 requests=2000
 warmup=200
 systems=()
@@ -36,7 +39,9 @@ done
 [[ $requests =~ ^[0-9]+$ ]] && ((requests > 0)) || die "--requests must be a positive number"
 ((${#systems[@]})) || systems=(ours transmission qbittorrent nginx)
 
-[[ -x $load ]] || die "$load is missing: cmake --build $build --target http_load"
+for tool in "$load" "$durable"; do
+  [[ -x $tool ]] || die "$tool is missing: cmake --build $build --target $(basename "$tool")"
+done
 for tool in transmission-daemon qbittorrent-nox nginx curl python3 taskset; do
   command -v "$tool" >/dev/null || die "$tool is missing: run scripts/bootstrap --bench"
 done
@@ -91,6 +96,11 @@ run_ours() {
   spent_sets=$(grep -c "cannot hand a request's callbacks" "$state/log/messages" || true)
   echo "ours: sets that spent their worker: $spent_sets"
   stop_server
+  # The disk's part of a set, alone on the same file system and CPU: no target can go below it.
+  mkdir -p "$work/durable"
+  result[durable]=$(taskset -c "$server_cpu" "$durable" "$work/durable") ||
+    die "durable_write: ${result[durable]}"
+  echo "ours: the durable write alone: ${result[durable]}"
 }
 
 run_transmission() {
@@ -248,4 +258,6 @@ if [[ -n ${result[ours-set,same,1]:-} ]]; then
     printf '  set p50 - get p50, %-5s CPU, 1 client: %s us\n' "$mode" \
       "$(calc 'f"{a - b:.0f}"' "$(p50 ours-set "$mode" 1)" "$(p50 ours "$mode" 1)")"
   done
+  printf '  durable write alone (temporary file, fsync, rename, directory fsync), p50: %s us\n' \
+    "$(field p50_us "${result[durable]}")"
 fi
