@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -16,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <random>
 #include <set>
 #include <string>
@@ -248,6 +250,43 @@ TEST_F(KvFileTest, LockIsExclusiveAcrossProcessesAndDiesWithItsHolder) {
     EXPECT_EQ(VLIBCFileUnlock(0x900), 0);
   }  // the holder is killed here
   EXPECT_EQ(VLIBCFileLock(kLock, 1), 0);
+  EXPECT_EQ(VLIBCFileUnlock(kUnlock), 0);
+}
+
+// A waiter sleeps in the kernel's queue until the lock is free or its bound has passed: neither
+// a caller that blocks every signal nor another signal on the way may change either.
+TEST_F(KvFileTest, LockWaitsKeepTheirBoundWhateverTheCallersSignals) {
+  auto holder = std::make_unique<qrix::test::LockHolder>();
+  ASSERT_TRUE(holder->Holding());
+  sigset_t all;
+  sigset_t before;
+  sigset_t blocked;
+  sigset_t after;
+  sigfillset(&all);
+  ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &all, &before), 0);
+  pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+  EXPECT_EQ(VLIBCFileLock(kLock, 1), -1);
+  EXPECT_EQ(VLIBCErrGet(), ERR_LOCK_TIMEOUT);
+  pthread_sigmask(SIG_SETMASK, &before, &after);
+  for (int sig = 1; sig <= SIGRTMAX; ++sig) {
+    EXPECT_EQ(sigismember(&after, sig), sigismember(&blocked, sig)) << "signal " << sig;
+  }
+
+  struct sigaction nothing {};
+  nothing.sa_handler = [](int) {};
+  sigemptyset(&nothing.sa_mask);
+  struct sigaction old {};
+  ASSERT_EQ(sigaction(SIGUSR2, &nothing, &old), 0);  // without SA_RESTART: the wait sees EINTR
+  const pthread_t waiter = pthread_self();
+  std::thread releaser([&holder, waiter] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    pthread_kill(waiter, SIGUSR2);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    holder.reset();
+  });
+  EXPECT_EQ(VLIBCFileLock(kLock, 5), 0);
+  releaser.join();
+  sigaction(SIGUSR2, &old, nullptr);
   EXPECT_EQ(VLIBCFileUnlock(kUnlock), 0);
 }
 
