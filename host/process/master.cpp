@@ -49,7 +49,7 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kKillGrace = std::chrono::seconds(2);
 // After a worker died before it could serve, forking again at once would only spin.
 constexpr auto kRespawnPause = std::chrono::seconds(1);
-// How often deadlines are looked at: reading deadlines are seconds long.
+// How often deadlines are looked at while anything has one: reading deadlines are seconds long.
 constexpr auto kSweepEvery = std::chrono::milliseconds(200);
 // Spent workers (whose callbacks could not go to the keeper) finish them beside the serving
 // ones; this bounds them all.
@@ -124,6 +124,10 @@ class Master {
   void WaitForSignal();
   void Reap();
   void Sweep();
+  // The sweep runs only while something has a deadline or waits for a retry, so that an idle
+  // server does not wake: whatever starts such a thing calls SweepSoon.
+  bool SweepNeeded() const;
+  void SweepSoon();
   void BeginStop();
   void StopIfDone();
   void KillAll();
@@ -135,6 +139,7 @@ class Master {
   tcp protocol_ = tcp::v4();
   asio::signal_set signals_;
   asio::steady_timer sweep_;
+  bool sweep_armed_ = false;
   UniqueFd listener_;
   std::list<std::shared_ptr<RequestReader>> reading_;  // oldest first
   std::unordered_map<std::string, int> reading_per_address_;
@@ -219,7 +224,8 @@ void Master::AcceptWaiting() {
       return Accept();
     }
     // Out of descriptors, say: the sweep tries again rather than spinning here.
-    return LogFailure("cannot accept a connection in", kLogIdent, errno);
+    LogFailure("cannot accept a connection in", kLogIdent, errno);
+    return SweepSoon();
   }
 }
 
@@ -241,6 +247,7 @@ void Master::OnAccepted(UniqueFd connection, const std::string& address) {
                                                 std::move(read));
   reading_.push_back(reader);
   ++reading_per_address_[address];
+  SweepSoon();
   reader->Start([this, r = reader.get()](ReadResult result, HttpRequest request) {
     OnRead(r, result, std::move(request));
   });
@@ -307,6 +314,7 @@ void Master::Deliver(HttpRequest request, UniqueFd connection) {
     return RefuseDirectly(connection.Get(), Answer(503, "server busy, try again"));
   }
   waiting_.push_back(Waiting{std::move(request), std::move(connection), Clock::now()});
+  SweepSoon();  // it waits, or its worker's time limit runs from now
   ServeWaiting();
 }
 
@@ -430,6 +438,9 @@ void Master::SpawnMissing() {
          static_cast<int>(workers_.size()) < settings_.workers * kProcessesPerWorker &&
          Clock::now() >= next_spawn_) {
     Spawn();
+  }
+  if (!stopping_ && (keeper_ == 0 || Serving() < settings_.workers)) {
+    SweepSoon();  // after the pause, the sweep forks again
   }
 }
 
@@ -608,8 +619,29 @@ void Master::Sweep() {
     Accept();
   }
   SpawnMissing();
+  if (SweepNeeded()) {
+    SweepSoon();
+  }
+}
+
+bool Master::SweepNeeded() const {
+  if (stopping_ || !accepting_ || !reading_.empty() || !waiting_.empty() || keeper_ == 0 ||
+      Serving() < settings_.workers) {
+    return true;
+  }
+  return std::any_of(workers_.begin(), workers_.end(), [this](const auto& w) {
+    return w.second.state == State::kServing && board_->IdleSince(w.second.slot) == 0;  // busy
+  });
+}
+
+void Master::SweepSoon() {
+  if (sweep_armed_) {
+    return;
+  }
+  sweep_armed_ = true;
   sweep_.expires_after(kSweepEvery);
   sweep_.async_wait([this](const boost::system::error_code& ec) {
+    sweep_armed_ = false;
     if (!ec) {
       Sweep();
     }
@@ -622,6 +654,7 @@ void Master::BeginStop() {
     return;
   }
   stopping_ = true;
+  SweepSoon();
   ::sd_notify(0, "STOPPING=1");
   stop_deadline_ = Clock::now() + std::chrono::seconds(settings_.request_timeout) + kKillGrace;
   boost::system::error_code ignored;

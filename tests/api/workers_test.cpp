@@ -30,6 +30,18 @@ class WorkersTest : public HostTest {
   }
 };
 
+// How often the process has gone to sleep, each wake-up included.
+long VoluntarySwitches(pid_t pid) {
+  std::istringstream status(ReadText("/proc/" + std::to_string(pid) + "/status"));
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind("voluntary_ctxt_switches:", 0) == 0) {
+      return std::stol(line.substr(line.find(':') + 1));
+    }
+  }
+  ADD_FAILURE() << "no voluntary_ctxt_switches for " << pid;
+  return 0;
+}
+
 Json::Value PidOf(ApiClient& client, const char* api, const char* method) {
   const Json::Value answer = client.Call(api, method);
   EXPECT_TRUE(answer["success"].asBool()) << answer;
@@ -44,6 +56,12 @@ TEST_F(WorkersTest, GetsAreServedByAHandfulOfLongLivedWorkers) {
   }
   EXPECT_LE(pids.size(), 4u);
   EXPECT_EQ(pids.count(server_->Pid()), 0u) << "no module code runs in the master";
+
+  // With nothing in flight the master sleeps: no timer wakes an idle server.
+  std::this_thread::sleep_for(std::chrono::seconds(1));  // the last sweep finds nothing to do
+  const long before = VoluntarySwitches(server_->Pid());
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_LE(VoluntarySwitches(server_->Pid()) - before, 1);
 }
 
 // Two requests that each register a once-per-process callback twice: each request's callback
