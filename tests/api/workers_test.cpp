@@ -149,6 +149,25 @@ TEST_F(WorkersTest, AFailingRequestCostsOnlyItself) {
     EXPECT_TRUE(alice.Call("QRIX.Test.Open", "echo")["success"].asBool())
         << "the server must go on serving";
   }
+  // A request that is whole when the master first reads it (most are, outside tests) is timed
+  // the same way: it is sent while the master is stopped.
+  const std::string form = std::string("api=") + kFaultApi + "&version=1&method=hang";
+  ASSERT_EQ(::kill(server_->Pid(), SIGSTOP), 0);
+  std::thread resume([this] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    ::kill(server_->Pid(), SIGCONT);
+  });
+  const std::string reply = RawExchange(
+      server_->Port(),
+      "POST /webapi/entry.cgi HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server_->Port()) +
+          "\r\nCookie: qrix_sid=" + alice.session_id + "\r\nX-QRIX-Token: " + alice.token +
+          "\r\nContent-Type: application/x-www-form-urlencoded\r\n"
+          "Content-Length: " +
+          std::to_string(form.size()) + "\r\n\r\n" + form);
+  resume.join();
+  const size_t body = reply.find("\r\n\r\n");
+  EXPECT_EQ(ParseJson(body == std::string::npos ? "" : reply.substr(body + 4)), ErrorEnvelope(110))
+      << reply;
 }
 
 // Callbacks run once the answer went out, and a stop waits for a worker busy with them.
