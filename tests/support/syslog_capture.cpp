@@ -1,6 +1,7 @@
 #include "tests/support/syslog_capture.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -28,9 +29,17 @@ SyslogCapture::SyslogCapture() {
   }
   // A connection glibc made before the socket existed is dropped, so the next line reconnects.
   closelog();
+  // A child forked while the reader thread allocates would find the allocator's lock held for
+  // good (ASan's allocator does not release it at fork). So the constructor returns only once
+  // the thread's start-up (which allocates) is over, and a fork waits until the thread is out of
+  // its locked part, where all its later allocations are.
+  ::pthread_atfork([] { Get().mutex_.lock(); }, [] { Get().mutex_.unlock(); },
+                   [] { Get().mutex_.unlock(); });
   // The socket queues only a few datagrams (net.unix.max_dgram_qlen) before syslog() blocks,
   // so a thread keeps it empty whatever the test does.
   std::thread([this] {
+    reading_.store(true);
+    reading_.notify_all();
     for (;;) {
       pollfd p{fd_, POLLIN, 0};
       if (::poll(&p, 1, -1) > 0) {
@@ -39,6 +48,7 @@ SyslogCapture::SyslogCapture() {
       }
     }
   }).detach();
+  reading_.wait(false);
 }
 
 void SyslogCapture::Drain() {

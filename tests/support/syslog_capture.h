@@ -4,6 +4,7 @@
 #ifndef HAULPORT_TESTS_SUPPORT_SYSLOG_CAPTURE_H_
 #define HAULPORT_TESTS_SUPPORT_SYSLOG_CAPTURE_H_
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -26,6 +27,7 @@ class SyslogCapture {
   SyslogCapture();
   void Drain();  // with mutex_ held
   int fd_ = -1;
+  std::atomic<bool> reading_{false};  // the reader thread is past its start-up
   std::mutex mutex_;
   std::vector<std::string> lines_;  // their messages
 };
