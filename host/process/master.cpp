@@ -125,9 +125,9 @@ class Master {
   void Reap();
   void Sweep();
   // The sweep runs only while something has a deadline or waits for a retry, so that an idle
-  // server does not wake: whatever starts such a thing calls SweepSoon.
+  // server does not wake: whatever starts such a thing, and each sweep, calls SweepIfNeeded.
   bool SweepNeeded() const;
-  void SweepSoon();
+  void SweepIfNeeded();
   void BeginStop();
   void StopIfDone();
   void KillAll();
@@ -225,7 +225,7 @@ void Master::AcceptWaiting() {
     }
     // Out of descriptors, say: the sweep tries again rather than spinning here.
     LogFailure("cannot accept a connection in", kLogIdent, errno);
-    return SweepSoon();
+    return SweepIfNeeded();
   }
 }
 
@@ -247,7 +247,7 @@ void Master::OnAccepted(UniqueFd connection, const std::string& address) {
                                                 std::move(read));
   reading_.push_back(reader);
   ++reading_per_address_[address];
-  SweepSoon();
+  SweepIfNeeded();
   reader->Start([this, r = reader.get()](ReadResult result, HttpRequest request) {
     OnRead(r, result, std::move(request));
   });
@@ -314,7 +314,7 @@ void Master::Deliver(HttpRequest request, UniqueFd connection) {
     return RefuseDirectly(connection.Get(), Answer(503, "server busy, try again"));
   }
   waiting_.push_back(Waiting{std::move(request), std::move(connection), Clock::now()});
-  SweepSoon();  // it waits, or its worker's time limit runs from now
+  SweepIfNeeded();  // it waits, or its worker's time limit runs from now
   ServeWaiting();
 }
 
@@ -439,9 +439,7 @@ void Master::SpawnMissing() {
          Clock::now() >= next_spawn_) {
     Spawn();
   }
-  if (!stopping_ && (keeper_ == 0 || Serving() < settings_.workers)) {
-    SweepSoon();  // after the pause, the sweep forks again
-  }
+  SweepIfNeeded();  // after a pause, the sweep forks what is still missing
 }
 
 void Master::Spawn() {
@@ -619,9 +617,7 @@ void Master::Sweep() {
     Accept();
   }
   SpawnMissing();
-  if (SweepNeeded()) {
-    SweepSoon();
-  }
+  SweepIfNeeded();
 }
 
 bool Master::SweepNeeded() const {
@@ -634,8 +630,8 @@ bool Master::SweepNeeded() const {
   });
 }
 
-void Master::SweepSoon() {
-  if (sweep_armed_) {
+void Master::SweepIfNeeded() {
+  if (sweep_armed_ || !SweepNeeded()) {
     return;
   }
   sweep_armed_ = true;
@@ -654,7 +650,7 @@ void Master::BeginStop() {
     return;
   }
   stopping_ = true;
-  SweepSoon();
+  SweepIfNeeded();
   ::sd_notify(0, "STOPPING=1");
   stop_deadline_ = Clock::now() + std::chrono::seconds(settings_.request_timeout) + kKillGrace;
   boost::system::error_code ignored;
