@@ -163,8 +163,10 @@ TEST_F(WorkersTest, AFailingRequestCostsOnlyItself) {
         << "the server must go on serving";
   }
   // A request that is whole when the master first reads it (most are, outside tests) is timed
-  // the same way: it is sent while the master is stopped.
+  // the same way: it is sent while the master is stopped, once the master is idle (no sweep left
+  // pending from the calls before).
   const std::string form = std::string("api=") + kFaultApi + "&version=1&method=hang";
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
   ASSERT_EQ(::kill(server_->Pid(), SIGSTOP), 0);
   std::thread resume([this] {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
