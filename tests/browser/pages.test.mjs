@@ -21,6 +21,9 @@ describe('every page in a browser', () => {
 
   async function openPage(page, id) {
     await page.click(`a[data-page="${id}"]`);
+    // The page changes on the hash's change event, after the click: until then the last page's
+    // settled form would answer for it.
+    await page.waitForSelector(`a[data-page="${id}"][aria-current="page"]`);
     await settled(page);
   }
 
